@@ -1,0 +1,1 @@
+"""What a client needs of a published distribution."""
