@@ -1,0 +1,55 @@
+// Asks host values what the host's operators would ask them: truth, equality, items, integers.
+//
+// All of these can run foreign code when the value is not of an exact built-in type.
+#pragma once
+
+#include <cstdint>
+
+#include "host/error.h"
+
+namespace client_manifest::host {
+
+[[nodiscard]] bool is_true(PyObject* value);                 // bool(value)
+[[nodiscard]] bool equal(PyObject* left, PyObject* right);   // left == right
+[[nodiscard]] bool differ(PyObject* left, PyObject* right);  // left != right
+[[nodiscard]] bool above(PyObject* left, PyObject* right);   // left > right
+[[nodiscard]] bool below(PyObject* left, PyObject* right);   // left < right
+[[nodiscard]] bool contains(PyObject* holder, PyObject* value);
+
+// `isinstance(value, int)` that keeps out the booleans, which the host counts as integers.
+[[nodiscard]] bool is_integer(PyObject* value) noexcept;
+
+// `mapping.get(key)` and `mapping.get(key, fallback)`.
+[[nodiscard]] Reference get(PyObject* mapping, PyObject* key, PyObject* fallback = Py_None);
+// `container[key]`.
+[[nodiscard]] Reference item(PyObject* container, PyObject* key);
+
+// The C int behind a host integer, with the host's own TypeError and OverflowError.
+[[nodiscard]] int as_int(PyObject* value);
+[[nodiscard]] Reference integer(std::int64_t value);
+[[nodiscard]] Reference integer(std::uint64_t value);
+
+// `", ".join(values)` for any separator.
+[[nodiscard]] Reference joined(const char* separator, PyObject* values);
+// `sorted(values)`.
+[[nodiscard]] Reference sorted(PyObject* values);
+
+// `for item in iterable`, one item a call; an empty reference at the end.
+class Iteration {
+ public:
+  explicit Iteration(PyObject* iterable);
+  [[nodiscard]] Reference next();
+
+ private:
+  Reference iterator_;
+};
+
+struct Pair {
+  Reference first;
+  Reference second;
+};
+
+// `first, second = value`, with the host's own failures for a value of another shape.
+[[nodiscard]] Pair unpack_pair(PyObject* value);
+
+}  // namespace client_manifest::host
