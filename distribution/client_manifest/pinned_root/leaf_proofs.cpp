@@ -1,0 +1,71 @@
+// The path proof is a fresh walk, so that it proves the parents as well as the leaf, and compares
+// the whole stat key: a file that was touched, grown or swapped fails it.
+#include "pinned_root/leaf_proofs.h"
+
+#include "accepted/stat_key.h"
+#include "host/handling.h"
+#include "host/value.h"
+#include "pinned_root/instance.h"
+#include "pinned_root/leaf.h"
+#include "system/file_names.h"
+
+namespace client_manifest::pinned_root {
+namespace {
+
+using host::Arguments;
+using host::Kind;
+using host::Operation;
+using host::Pass;
+using host::Reference;
+using system::FileNames;
+
+constexpr host::Signature kReplaceableSignature{
+    .name = "_assert_replaceable_leaf",
+    .kind = Kind::static_method,
+    .parameters = {{{"parent_descriptor"},
+                    {"name"},
+                    {"safe_path", Pass::by_keyword},
+                    {"allow_replace", Pass::by_keyword}}},
+};
+
+Reference assert_replaceable_leaf(PyObject* /*type*/, const Arguments& arguments) {
+  const int parent = host::as_int(arguments[0]);
+  const FileNames name = FileNames::one(arguments[1]);
+  const bool allow_replace = host::is_true(arguments[3]);
+  in_words([&] { require_replaceable_leaf(parent, name.at(0), arguments[2], allow_replace); });
+  return Reference::acquire(Py_None);
+}
+
+constexpr host::Signature kPathSignature{
+    .name = "_assert_path_matches_regular_file",
+    .kind = Kind::method,
+    .parameters = {{{"relative_path"},
+                    {"label", Pass::by_keyword},
+                    {"expected_stat", Pass::by_keyword}}},
+    .documentation = "Require the current contained path to retain the opened file identity.",
+};
+
+Reference assert_path_matches_regular_file(PyObject* self, const Arguments& arguments) {
+  const Subject subject{.label = arguments[1], .path = arguments[0]};
+  Parent parent = through(self).open_parent(subject.path, subject.label, /*create=*/false);
+  host::guaranteed(
+      [&] {
+        const FileNames name = FileNames::one(parent.name.get());
+        const system::FileStat path_stat = in_words(
+            [&] { return look_at_open_leaf(parent.descriptor.get(), name.at(0), subject); });
+        if (accepted::bound::stat_keys_differ(path_stat, arguments[2])) {
+          throw path_identity_changed(subject).in_words();
+        }
+      },
+      [&] { parent.descriptor.close(); });
+  return Reference::acquire(Py_None);
+}
+
+}  // namespace
+
+constinit const Operation kAssertReplaceableLeaf =
+    Operation::of<kReplaceableSignature, &assert_replaceable_leaf>();
+constinit const Operation kAssertPathMatchesRegularFile =
+    Operation::of<kPathSignature, &assert_path_matches_regular_file>();
+
+}  // namespace client_manifest::pinned_root
