@@ -1,0 +1,190 @@
+// Holds manifest and sidecar against each other: the sidecar's bytes, then the market, then the
+// era, then every member in sorted order, then the payloads that the caller has.
+#include "accepted/set_validation.h"
+
+#include "accepted/declaration.h"
+#include "accepted/entry_checks.h"
+#include "accepted/entry_requirements.h"
+#include "accepted/membership.h"
+#include "documents/signals_index.h"
+#include "host/message.h"
+#include "host/value.h"
+
+namespace client_manifest::accepted {
+namespace {
+
+using host::Arguments;
+using host::Operation;
+using host::Pass;
+using host::raise;
+using host::Reference;
+using host::take;
+
+Reference words(const char* text) { return take(PyUnicode_FromString(text)); }
+
+Reference require_identity(PyObject* document, PyObject* field, const char* label) {
+  const Reference value = host::get(document, field);
+  return bound::require_positive_identity(value.get(), words(label).get());
+}
+
+void require_same_market(PyObject* manifest, const Reference& document) {
+  const Reference manifest_market =
+      require_identity(manifest, names().market_id, "manifest market_id");
+  const Reference sidecar_market =
+      require_identity(document.get(), names().market_id, "signals_index market_id");
+  if (host::differ(manifest_market.get(), sidecar_market.get())) {
+    raise(PyExc_ValueError, "signals_index sidecar market_id must match manifest market_id");
+  }
+}
+
+void require_same_era(PyObject* manifest, const Reference& document) {
+  const Reference manifest_era =
+      require_identity(manifest, names().era_number, "manifest era_number");
+  const Reference sidecar_era =
+      require_identity(document.get(), names().era_number, "signals_index era_number");
+  if (host::differ(manifest_era.get(), sidecar_era.get())) {
+    raise(PyExc_ValueError, "signals_index sidecar era_number must match manifest era_number");
+  }
+}
+
+// A profit-and-loss file of one of the two found sections must be advertised as one, and stand
+// under the section that lists it. Any other member, and all of useful_signals, is free of this.
+void require_kind(const Reference& entry, PyObject* member_path, PyObject* section) {
+  const bool of_signals = host::equal(section, names().found_signals);
+  if (!of_signals && !host::equal(section, names().found_strategies)) return;
+  const Reference path_section = bound::found_pnl_path_section(member_path);
+  if (path_section.get() == Py_None) return;
+  const Reference expected_kind =
+      words(of_signals ? "found_signal_is_pnl" : "found_strategy_is_epoch_pnl");
+  if (host::differ(path_section.get(), section) ||
+      host::differ(host::get(entry.get(), names().kind).get(), expected_kind.get())) {
+    raise(PyExc_ValueError, "manifest files[\"", member_path, "\"].kind must be ", expected_kind,
+          " for ", section, " membership");
+  }
+}
+
+void require_advertised(const Reference& files, PyObject* member_path, PyObject* section) {
+  const Reference entry = host::get(files.get(), member_path);
+  if (PyDict_Check(entry.get()) == 0) {
+    raise(PyExc_ValueError,
+          "signals_index references a path not advertised in manifest: ", member_path);
+  }
+  if (host::differ(host::get(entry.get(), names().relative_path).get(), member_path)) {
+    raise(PyExc_ValueError, "manifest files[\"", member_path, "\"].relative_path must be ",
+          member_path);
+  }
+  require_kind(entry, member_path, section);
+  static_cast<void>(
+      bound::require_sha256(host::get(entry.get(), names().sha256).get(), member_path));
+  static_cast<void>(bound::require_nonnegative_size(
+      host::get(entry.get(), names().size_bytes).get(), member_path));
+}
+
+Reference paths_of(const Reference& references) {
+  const Reference paths = take(PyList_New(0));
+  host::Iteration iteration(references.get());
+  while (const Reference reference = iteration.next()) {
+    const host::Pair pair = host::unpack_pair(reference.get());
+    host::check(PyList_Append(paths.get(), pair.first.get()));
+  }
+  return take(PyList_AsTuple(paths.get()));
+}
+
+void require_all_advertised(const Reference& files, const Reference& references) {
+  host::Iteration iteration(references.get());
+  while (const Reference reference = iteration.next()) {
+    const host::Pair pair = host::unpack_pair(reference.get());
+    require_advertised(files, pair.first.get(), pair.second.get());
+  }
+}
+
+// `sorted(one - other)`.
+Reference sorted_difference(const Reference& one, const Reference& other) {
+  const Reference difference = take(PyNumber_Subtract(one.get(), other.get()));
+  return host::sorted(difference.get());
+}
+
+void validate_payloads(const Reference& files, const Reference& membership_paths,
+                       PyObject* membership_payloads) {
+  if (!bound::is_mapping(membership_payloads)) {
+    raise(PyExc_TypeError, "membership_payloads must be a mapping");
+  }
+  const Reference supplied = take(PySet_New(membership_payloads));
+  const Reference expected = take(PySet_New(membership_paths.get()));
+  const Reference missing = sorted_difference(expected, supplied);
+  const Reference extra = sorted_difference(supplied, expected);
+  if (PyList_GET_SIZE(missing.get()) > 0) {
+    raise(PyExc_ValueError, "manifest/signals_index membership payload is missing: ",
+          host::joined(", ", missing.get()));
+  }
+  if (PyList_GET_SIZE(extra.get()) > 0) {
+    raise(PyExc_ValueError, "membership payloads contain paths outside the accepted set: ",
+          host::joined(", ", extra.get()));
+  }
+  const Reference label = words("membership file");
+  host::Iteration paths(membership_paths.get());
+  while (const Reference path = paths.next()) {
+    const Reference entry = host::item(files.get(), path.get());
+    const Reference payload = host::item(membership_payloads, path.get());
+    bound::validate_entry_bytes(entry.get(), {.relative_path = path.get(), .label = label.get()},
+                                payload.get());
+  }
+}
+
+}  // namespace
+
+Reference validate_accepted_distribution_set(PyObject* manifest, PyObject* signals_index_bytes,
+                                             PyObject* membership_payloads) {
+  const Reference reference = bound::validate_signals_index_manifest_declaration(manifest);
+  const Reference files = host::item(manifest, names().files);
+  const Reference sidecar_entry = host::item(files.get(), reference.get());
+  bound::validate_entry_bytes(
+      sidecar_entry.get(),
+      {.relative_path = reference.get(), .label = words("signals_index sidecar").get()},
+      signals_index_bytes);
+  const Reference document =
+      documents::bound::parse_canonical_signals_index_bytes(signals_index_bytes, reference.get());
+  require_same_market(manifest, document);
+  require_same_era(manifest, document);
+  const Reference references = bound::membership_references(document.get());
+  const Reference membership_paths = paths_of(references);
+  require_all_advertised(files, references);
+  if (membership_payloads != Py_None) {
+    validate_payloads(files, membership_paths, membership_payloads);
+  }
+  return host::call_with_keywords(global(names().AcceptedDistributionSet),
+                                  keywords().accepted_set_fields, reference, document,
+                                  membership_paths);
+}
+
+namespace bound {
+
+Reference validate_accepted_distribution_set(PyObject* manifest, PyObject* signals_index_bytes) {
+  const Reference now = global(names().validate_accepted_distribution_set);
+  return kValidateAcceptedDistributionSet.is(now.get())
+             ? accepted::validate_accepted_distribution_set(manifest, signals_index_bytes, Py_None)
+             : host::call(now, manifest, signals_index_bytes);
+}
+
+}  // namespace bound
+
+namespace {
+
+constexpr host::Signature kSignature{
+    .name = "validate_accepted_distribution_set",
+    .parameters = {{{"manifest"},
+                    {"signals_index_bytes"},
+                    {"membership_payloads", Pass::by_keyword, "None"}}},
+    .documentation = "Validate the one SDK accepted set without reading or repairing paths.",
+};
+
+Reference body(PyObject* /*module*/, const Arguments& arguments) {
+  return validate_accepted_distribution_set(arguments[0], arguments[1],
+                                            arguments[2] != nullptr ? arguments[2] : Py_None);
+}
+
+}  // namespace
+
+constinit const Operation kValidateAcceptedDistributionSet = Operation::of<kSignature, &body>();
+
+}  // namespace client_manifest::accepted
