@@ -1,0 +1,1 @@
+"""The suite that holds the module's names, classes, load and argument shapes."""

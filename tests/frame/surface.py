@@ -1,0 +1,171 @@
+"""States the names, signatures and documentation texts that the module promises its callers."""
+
+from __future__ import annotations
+
+MODULE = "brindlefen.distribution.client_manifest"
+
+HOST_IMPORTS = (
+    "json",
+    "hashlib",
+    "os",
+    "re",
+    "secrets",
+    "stat",
+    "threading",
+    "Mapping",
+    "dataclass",
+    "Path",
+    "Any",
+)
+
+CONSTANTS = (
+    "_SIGNALS_INDEX_SECTIONS",
+    "_LEGACY_SIGNALS_INDEX_PATH",
+    "_SIGNALS_INDEX_PATH_RE",
+    "_SHA256_RE",
+)
+
+# Everything else that the load binds, in the order in which it binds it.
+DEFINITIONS = (
+    "_DuplicateJsonObjectKeyError",
+    "StrictJsonError",
+    "ManifestJsonError",
+    "_object_without_duplicate_keys",
+    "_reject_nonfinite_json_constant",
+    "parse_strict_json_object_bytes",
+    "parse_distribution_manifest_bytes",
+    "parse_canonical_signals_index_bytes",
+    "validate_manifest_relative_path",
+    "AcceptedDistributionSet",
+    "LoadedAcceptedDistributionSet",
+    "ContainedFileIdentity",
+    "_stat_nanoseconds",
+    "_regular_file_stat_key",
+    "_require_positive_identity",
+    "_require_nonnegative_size",
+    "_require_sha256",
+    "_validate_entry_bytes",
+    "_validate_entry_digest",
+    "validate_signals_index_manifest_declaration",
+    "_found_pnl_path_section",
+    "_membership_references",
+    "validate_accepted_distribution_set",
+    "PinnedRoot",
+    "_PosixPinnedRoot",
+    "_pinned_root_class",
+    "load_accepted_distribution_set",
+)
+
+FUNCTIONS = {
+    "_object_without_duplicate_keys": "(pairs)",
+    "_reject_nonfinite_json_constant": "(value)",
+    "parse_strict_json_object_bytes": "(payload, *, label)",
+    "parse_distribution_manifest_bytes": "(manifest_bytes, *, label='manifest.json')",
+    "parse_canonical_signals_index_bytes": "(payload, *, label='signals_index.json')",
+    "validate_manifest_relative_path": "(relative_path)",
+    "_stat_nanoseconds": "(file_stat, field)",
+    "_regular_file_stat_key": "(file_stat)",
+    "_require_positive_identity": "(value, *, label)",
+    "_require_nonnegative_size": "(value, *, relative_path)",
+    "_require_sha256": "(value, *, relative_path)",
+    "_validate_entry_bytes": "(entry, *, relative_path, payload, label)",
+    "_validate_entry_digest": "(entry, *, relative_path, actual_size, actual_sha, label)",
+    "validate_signals_index_manifest_declaration": "(manifest)",
+    "_found_pnl_path_section": "(relative_path)",
+    "_membership_references": "(document)",
+    "validate_accepted_distribution_set": (
+        "(manifest, signals_index_bytes, *, membership_payloads=None)"
+    ),
+    "_pinned_root_class": "(platform_name=None)",
+    "load_accepted_distribution_set": "(root, *, manifest=None)",
+}
+
+# The members of the pinned root, in the order of the class body, as an instance shows them.
+METHODS = {
+    "__init__": "(root, *, create=False)",
+    "__enter__": "()",
+    "__exit__": "(_exc_type, _exc, _traceback)",
+    "close": "()",
+    "assert_root_unchanged": "()",
+    "open_contained_root": "(relative_path, *, label)",
+    "read_regular_file": "(relative_path, *, label)",
+    "read_regular_file_with_stat": "(relative_path, *, label)",
+    "_read_open_regular_file_with_stat": "(file, relative_path, *, label)",
+    "read_regular_file_if_present": "(relative_path, *, label)",
+    "hash_regular_file": "(relative_path, *, label, chunk_bytes=1048576)",
+    "hash_open_regular_file": "(file, relative_path, *, label, chunk_bytes=1048576)",
+    "assert_open_regular_file_identity": "(file, relative_path, *, label, identity)",
+    "stat_regular_file": "(relative_path, *, label)",
+    "open_regular_file_for_read": "(relative_path, *, label)",
+    "_assert_replaceable_leaf": "(parent_descriptor, name, *, safe_path, allow_replace)",
+    "_assert_path_matches_regular_file": "(relative_path, *, label, expected_stat)",
+    "_open_parent": "(relative_path, *, label, create)",
+    "_open_absolute_directory": "(path, *, create)",
+    "_open_directory_components": "(anchor_descriptor, components, *, label)",
+    "_require_descriptor": "()",
+}
+
+STATIC_METHODS = frozenset({"_assert_replaceable_leaf", "_open_directory_components"})
+CLASS_METHODS = frozenset({"_open_absolute_directory"})
+
+MODULE_TEXT = "Shared client-manifest validation and local metadata helpers."
+
+# A function, class or method that is not named here has no documentation text.
+TEXTS = {
+    "_DuplicateJsonObjectKeyError": (
+        "Internal marker preserving duplicate-key context across ``json.loads``."
+    ),
+    "StrictJsonError": "Untrusted JSON bytes are ambiguous, malformed, or the wrong shape.",
+    "ManifestJsonError": "The full distribution manifest bytes are ambiguous or malformed.",
+    "AcceptedDistributionSet": "One manifest/sidecar membership set proven by exact metadata.",
+    "LoadedAcceptedDistributionSet": (
+        "Manifest closure authenticated in one pinned-root transaction."
+    ),
+    "ContainedFileIdentity": (
+        "One stable descriptor-pinned regular-file identity and content hash."
+    ),
+    "PinnedRoot": "Pin one real non-symlink directory for descriptor-relative local I/O.",
+    "parse_strict_json_object_bytes": (
+        "Parse one untrusted UTF-8 JSON object without ambiguous JSON values."
+    ),
+    "parse_distribution_manifest_bytes": (
+        "Parse exact full-distribution manifest bytes through the SDK authority."
+    ),
+    "parse_canonical_signals_index_bytes": (
+        "Parse the producer's exact canonical five-field signals-index bytes."
+    ),
+    "validate_manifest_relative_path": (
+        "Return an exact relative POSIX path without repairing aliases."
+    ),
+    "validate_signals_index_manifest_declaration": (
+        "Return the sole canonical content-addressed sidecar declaration."
+    ),
+    "validate_accepted_distribution_set": (
+        "Validate the one SDK accepted set without reading or repairing paths."
+    ),
+    "load_accepted_distribution_set": (
+        "Authenticate manifest, sidecar, and membership streams under one root pin."
+    ),
+}
+
+METHOD_TEXTS = {
+    "assert_root_unchanged": (
+        "Require the configured path to still name the pinned directory inode."
+    ),
+    "open_contained_root": "Pin an independently owned directory beneath this root.",
+    "_read_open_regular_file_with_stat": (
+        "Read all bytes and re-prove the consumed descriptor, path, and root."
+    ),
+    "hash_regular_file": "Hash one stable regular-file identity through a bounded stream.",
+    "hash_open_regular_file": "Hash an already-open contained file without reopening its path.",
+    "assert_open_regular_file_identity": (
+        "Recheck one consumed descriptor against its contained path and root."
+    ),
+    "stat_regular_file": "Return one descriptor/path/root-stable regular-file stat result.",
+    "open_regular_file_for_read": (
+        "Open one contained regular file for streaming descriptor-pinned reads."
+    ),
+    "_assert_path_matches_regular_file": (
+        "Require the current contained path to retain the opened file identity."
+    ),
+}
