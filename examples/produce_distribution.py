@@ -1,0 +1,187 @@
+#!/usr/bin/env python3
+"""Writes a distribution that a client accepts: members, then the sidecar, then the manifest.
+
+It needs the standard library only, and doubles as the format's how-to: each rule of the format
+is told where the code that keeps it stands.
+"""
+
+from __future__ import annotations
+
+import argparse
+import hashlib
+import json
+import random
+from collections.abc import Iterable, Iterator, Mapping, Sequence
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+SECTIONS = ("found_signals", "found_strategies", "useful_signals")
+PIECE_BYTES = 1 << 20
+
+
+@dataclass(frozen=True)
+class Member:
+    """One file that belongs to one entity of one section."""
+
+    section: str
+    entity_id: str
+    relative_path: str
+    kind: str
+    size_bytes: int
+
+
+def content_of(member: Member) -> Iterator[bytes]:
+    """The member's pseudo-random bytes in pieces: the same for the same path and size."""
+    source = random.Random(member.relative_path)
+    left = member.size_bytes
+    while left > 0:
+        piece = source.randbytes(min(left, PIECE_BYTES))
+        left -= len(piece)
+        yield piece
+
+
+def write_member(directory: Path, member: Member) -> str:
+    """Writes one member below `directory` and returns its SHA-256 in lower-case hexadecimal."""
+    # A relative path is exact: "/" between segments, none of them empty, "." or "..", no
+    # backslash, no NUL, no blank at either end, no drive prefix. A client repairs nothing.
+    path = directory / member.relative_path
+    path.parent.mkdir(parents=True, exist_ok=True)
+    digest = hashlib.sha256()
+    with path.open("xb") as file:
+        for piece in content_of(member):
+            file.write(piece)
+            digest.update(piece)
+    return digest.hexdigest()
+
+
+def manifest_entry(relative_path: str, kind: str, size_bytes: int, sha256: str) -> dict[str, Any]:
+    """What the manifest says of one file."""
+    return {
+        # The entry repeats the key that it stands under.
+        "relative_path": relative_path,
+        # "found_signal_is_pnl" for found_signals/.../signal_is/pnl.arrow,
+        # "found_strategy_is_epoch_pnl" for found_strategies/.../strategy_is/pnl.arrow,
+        # "signals_index" for the sidecar and for nothing else. Elsewhere it is free.
+        "kind": kind,
+        "size_bytes": size_bytes,
+        # Exactly 64 lower-case hexadecimal digits.
+        "sha256": sha256,
+    }
+
+
+def signals_index_document(
+    market_id: int, era_number: int, members: Iterable[Member]
+) -> dict[str, Any]:
+    """The sidecar's document: which entities exist, and which files belong to each."""
+    # The document has these five members and no sixth. All three sections are required, even
+    # when empty; an entity without files may leave `files` out.
+    sections: dict[str, dict[str, dict[str, list[str]]]] = {name: {} for name in SECTIONS}
+    for member in members:
+        entity = sections[member.section].setdefault(member.entity_id, {"files": []})
+        # A path belongs to one entity only, and stands in its list once.
+        entity["files"].append(member.relative_path)
+    return {"market_id": market_id, "era_number": era_number, **sections}
+
+
+def canonical_bytes(document: Mapping[str, Any]) -> bytes:
+    """The one byte sequence that may stand for `document` in a sidecar."""
+    # Keys sorted at every depth, ", " and ": " between, ASCII only, one line, no newline at the
+    # end. The digest of these bytes is the sidecar's name, so there is one spelling per content.
+    return json.dumps(document, sort_keys=True, allow_nan=False).encode("utf-8")
+
+
+def sidecar_path_for(sidecar_bytes: bytes) -> str:
+    """Where a sidecar of these bytes lies: its name holds its own digest."""
+    return f"_control/signals_index.{hashlib.sha256(sidecar_bytes).hexdigest()}.json"
+
+
+def manifest_document(
+    market_id: int, era_number: int, sidecar_bytes: bytes, files: Mapping[str, Mapping[str, Any]]
+) -> dict[str, Any]:
+    """The manifest over `files` and the sidecar. It has no canonical form."""
+    path = sidecar_path_for(sidecar_bytes)
+    digest = hashlib.sha256(sidecar_bytes).hexdigest()
+    entry = manifest_entry(path, "signals_index", len(sidecar_bytes), digest)
+    return {
+        # Manifest and sidecar speak of the same market and era; both are positive integers.
+        "market_id": market_id,
+        "era_number": era_number,
+        # The sections stand in the sidecar only; their names must not appear here.
+        "signals_index": path,
+        # A mapping from path to entry, not a list. It holds the sidecar, every member, and
+        # perhaps more: a file that no entity owns is advertised, but is no member.
+        "files": {path: entry, **files},
+    }
+
+
+def write_distribution(
+    directory: Path, members: Sequence[Member], *, market_id: int, era_number: int
+) -> None:
+    """Writes a whole distribution into `directory`, which is created or must be empty."""
+    directory.mkdir(parents=True, exist_ok=True)
+    if any(directory.iterdir()):
+        raise SystemExit(f"not empty: {directory}")
+    files = {}
+    for member in members:
+        digest = write_member(directory, member)
+        files[member.relative_path] = manifest_entry(
+            member.relative_path, member.kind, member.size_bytes, digest
+        )
+    sidecar = canonical_bytes(signals_index_document(market_id, era_number, members))
+    sidecar_file = directory / sidecar_path_for(sidecar)
+    sidecar_file.parent.mkdir()
+    sidecar_file.write_bytes(sidecar)
+    # The manifest comes last: until it is there, nobody takes the directory for a distribution.
+    manifest = manifest_document(market_id, era_number, sidecar, files)
+    (directory / "manifest.json").write_text(json.dumps(manifest, indent=2) + "\n", "utf-8")
+
+
+# The sizes go round in this order: empty, tiny, and on both sides of one page and one chunk.
+SIZES = (0, 1, 511, 4_096, 20_000, 65_537, 262_144, 524_289, 1_048_576, 2_097_153)
+LARGE = {7: 32 << 20, 41: 8 << 20, 152: 8 << 20, 263: 8 << 20}
+
+
+def example_members() -> list[Member]:
+    """Three hundred members over all three sections, about 160 MiB in all."""
+    names: list[tuple[str, str, str, str]] = []
+    for number in range(80):
+        entity = f"signal_{number:03}"
+        base = f"found_signals/{entity}"
+        leaf = f"{base}/signal_is/pnl.arrow"
+        names.append(("found_signals", entity, leaf, "found_signal_is_pnl"))
+        names.append(("found_signals", entity, f"{base}/parameters.bin", "parameters"))
+    for number in range(40):
+        entity = f"strategy_{number:03}"
+        base = f"found_strategies/{entity}"
+        leaf = f"{base}/strategy_is/pnl.arrow"
+        names.append(("found_strategies", entity, leaf, "found_strategy_is_epoch_pnl"))
+        names.append(("found_strategies", entity, f"{base}/weights.bin", "weights"))
+    for number in range(60):
+        entity = f"useful_{number:03}"
+        leaf = f"useful_signals/{entity}/signal_os/pnl.arrow"
+        names.append(("useful_signals", entity, leaf, "useful_signal_pnl"))
+    return [
+        Member(*name, size_bytes=LARGE.get(place, SIZES[place % len(SIZES)]))
+        for place, name in enumerate(names)
+    ]
+
+
+def main(argv: Sequence[str] | None = None) -> int:
+    """Writes the example distribution into the directory that the command line names."""
+    parser = argparse.ArgumentParser(description="Write an example distribution.")
+    parser.add_argument("directory", type=Path, help="created, or empty")
+    parser.add_argument("--market", type=int, default=7, help="market id, above zero")
+    parser.add_argument("--era", type=int, default=3, help="era number, above zero")
+    arguments = parser.parse_args(argv)
+    members = example_members()
+    write_distribution(
+        arguments.directory, members, market_id=arguments.market, era_number=arguments.era
+    )
+    total = sum(member.size_bytes for member in members)
+    print(f"wrote {len(members)} members, {total / (1 << 20):.1f} MiB")
+    return 0
+
+
+if __name__ == "__main__":
+    raise SystemExit(main())
