@@ -45,6 +45,8 @@ inline constexpr const char* kModuleName = "brindlefen.distribution.client_manif
   NAME(market_id)                                   \
   NAME(era_number)                                  \
   NAME(signals_index)                               \
+  NAME(found_signal_is_pnl)                         \
+  NAME(found_strategy_is_epoch_pnl)                 \
   NAME(found_signals)                               \
   NAME(found_strategies)                            \
   NAME(useful_signals)                              \

@@ -17,8 +17,7 @@ using host::raise;
 using host::Reference;
 using host::take;
 
-void refuse_legacy(PyObject* value) {
-  const Reference legacy = global(names().legacy_signals_index_path);
+void refuse_legacy(const Reference& legacy, PyObject* value) {
   if (host::equal(value, legacy.get())) {
     raise(PyExc_ValueError, "legacy signals_index.json sidecar is not supported");
   }
@@ -63,16 +62,16 @@ struct SidecarEntry {
 };
 
 // Judges every key of `files` and gives the one entry of the sidecar's kind.
-SidecarEntry sole_sidecar_entry(const Reference& files) {
+SidecarEntry sole_sidecar_entry(const Reference& files, const Reference& legacy) {
   std::vector<SidecarEntry> sidecar_entries;
   host::Iteration items(host::call_method(files.get(), names().items).get());
   while (const Reference item = items.next()) {
     host::Pair pair = host::unpack_pair(item.get());
     Reference safe_file_path = documents::bound::validate_manifest_relative_path(pair.first.get());
     Reference entry = std::move(pair.second);
-    refuse_legacy(safe_file_path.get());
+    refuse_legacy(legacy, safe_file_path.get());
     if (PyDict_Check(entry.get()) == 0) continue;
-    refuse_legacy(host::get(entry.get(), names().relative_path).get());
+    refuse_legacy(legacy, host::get(entry.get(), names().relative_path).get());
     if (is_signals_index_kind(entry.get())) {
       sidecar_entries.push_back({std::move(safe_file_path), std::move(entry)});
     }
@@ -92,7 +91,8 @@ Reference validate_signals_index_manifest_declaration(PyObject* manifest) {
   if (raw_reference.get() == Py_None) {
     raise(PyExc_ValueError, "manifest signals_index is required");
   }
-  refuse_legacy(raw_reference.get());
+  const Reference legacy = global(names().legacy_signals_index_path);
+  refuse_legacy(legacy, raw_reference.get());
   refuse_inline_membership(manifest);
 
   Reference reference = documents::bound::validate_manifest_relative_path(raw_reference.get());
@@ -107,7 +107,7 @@ Reference validate_signals_index_manifest_declaration(PyObject* manifest) {
   }
   if (!is_signals_index_kind(referenced_entry.get())) raise_wrong_kind(reference);
 
-  const auto [declared_path, entry] = sole_sidecar_entry(files);
+  const auto [declared_path, entry] = sole_sidecar_entry(files, legacy);
   if (host::differ(declared_path.get(), reference.get())) {
     raise(PyExc_ValueError,
           "manifest signals_index must reference its sole signals_index file entry");

@@ -2,6 +2,8 @@
 #include "accepted/entry_requirements.h"
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 
 #include "host/message.h"
 #include "host/value.h"
@@ -17,7 +19,14 @@ using host::Reference;
 
 constexpr Py_ssize_t kDigestLength = 64;
 
-Reference zero() { return host::integer(std::int64_t{0}); }
+// Whether a character is a lower-case hexadecimal digit.
+constexpr std::array<bool, 256> kIsDigit = [] {
+  std::array<bool, 256> is_digit{};
+  for (const char digit : std::string_view("0123456789abcdef")) {
+    is_digit[static_cast<unsigned char>(digit)] = true;
+  }
+  return is_digit;
+}();
 
 // What the module's own pattern accepts.
 bool is_lowercase_hex(PyObject* text) {
@@ -25,9 +34,8 @@ bool is_lowercase_hex(PyObject* text) {
   if (PyUnicode_GET_LENGTH(text) != kDigestLength) return false;
   if (PyUnicode_KIND(text) != PyUnicode_1BYTE_KIND) return false;
   const Py_UCS1* const characters = PyUnicode_1BYTE_DATA(text);
-  return std::all_of(characters, characters + kDigestLength, [](Py_UCS1 character) {
-    return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'f');
-  });
+  return std::all_of(characters, characters + kDigestLength,
+                     [](Py_UCS1 character) { return kIsDigit[character]; });
 }
 
 bool is_digest(PyObject* text) {
@@ -39,7 +47,7 @@ bool is_digest(PyObject* text) {
 }  // namespace
 
 Reference require_positive_identity(PyObject* value, PyObject* label) {
-  if (!host::is_integer(value) || !host::above(value, zero().get())) {
+  if (!host::is_integer(value) || !host::is_above_zero(value)) {
     raise(PyExc_ValueError, label, " is required and must be a positive integer");
   }
   return Reference::acquire(value);
@@ -50,7 +58,7 @@ Reference require_nonnegative_size(PyObject* value, PyObject* relative_path) {
     raise(PyExc_ValueError, "manifest files[\"", relative_path,
           "\"].size_bytes must be an integer");
   }
-  if (host::below(value, zero().get())) {
+  if (host::is_below_zero(value)) {
     raise(PyExc_ValueError, "manifest files[\"", relative_path,
           "\"].size_bytes must be non-negative");
   }

@@ -2,6 +2,7 @@
 // that the first owner of a path that is listed twice is always the same.
 #include "accepted/membership.h"
 
+#include <string>
 #include <string_view>
 
 #include "documents/relative_path.h"
@@ -17,26 +18,29 @@ using host::raise;
 using host::Reference;
 using host::take;
 
-// Whether `words` stand in `text` from `start` on.
-bool holds_at(PyObject* text, Py_ssize_t start, std::string_view words) {
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    if (PyUnicode_READ_CHAR(text, start + static_cast<Py_ssize_t>(i)) !=
-        static_cast<Py_UCS4>(words[i])) {
-      return false;
-    }
+// The characters of a text as far as ASCII goes: every other one is a character that stands in
+// none of the forms below.
+std::string ascii_characters(PyObject* text) {
+  std::string characters(static_cast<std::size_t>(PyUnicode_GET_LENGTH(text)), '\0');
+  for (std::size_t i = 0; i < characters.size(); ++i) {
+    const Py_UCS4 character = PyUnicode_READ_CHAR(text, static_cast<Py_ssize_t>(i));
+    if (character < 0x80) characters[i] = static_cast<char>(character);
   }
-  return true;
+  return characters;
 }
 
-bool begins(PyObject* text, std::string_view prefix) {
-  const auto size = static_cast<Py_ssize_t>(prefix.size());
-  return PyUnicode_GET_LENGTH(text) >= size && holds_at(text, 0, prefix);
-}
-
-bool ends(PyObject* text, std::string_view suffix) {
-  const auto size = static_cast<Py_ssize_t>(suffix.size());
-  const Py_ssize_t length = PyUnicode_GET_LENGTH(text);
-  return length >= size && holds_at(text, length - size, suffix);
+PyObject* pnl_section(std::string_view path) {
+  if (path.starts_with("found_signals/") && path.ends_with("/signal_is/pnl.arrow")) {
+    return names().found_signals;
+  }
+  if (path.starts_with("found_strategies/") && path.ends_with("/strategy_is/pnl.arrow")) {
+    return names().found_strategies;
+  }
+  if (path.starts_with("useful_signals/") &&
+      (path.ends_with("/signal_os/pnl.arrow") || path.ends_with("/strategy_is/pnl.arrow"))) {
+    return names().useful_signals;
+  }
+  return Py_None;
 }
 
 // The members collected so far, and who owns them.
@@ -44,9 +48,8 @@ class Membership {
  public:
   Membership() : references_(take(PyList_New(0))), seen_(take(PyDict_New())) {}
 
-  void add(const Reference& raw_path, const Reference& section, const Reference& entity_id) {
-    const Reference relative_path =
-        documents::bound::validate_manifest_relative_path(raw_path.get());
+  void add(PyObject* raw_path, const Reference& section, const Reference& entity_id) {
+    const Reference relative_path = documents::bound::validate_manifest_relative_path(raw_path);
     const Reference owner = host::text(section, ".", entity_id);
     if (host::contains(seen_.get(), relative_path.get())) {
       const Reference shown = take(PyObject_Repr(relative_path.get()));
@@ -68,18 +71,27 @@ class Membership {
   Reference seen_;
 };
 
+// `membership.get("files", [])`.
+Reference raw_files_of(PyObject* membership) {
+  if (PyDict_CheckExact(membership) != 0) {
+    Reference found = host::get(membership, names().files, /*fallback=*/nullptr);
+    if (found) return found;
+  }
+  const Reference no_files = take(PyList_New(0));
+  return host::get(membership, names().files, no_files.get());
+}
+
 void add_entity(Membership& membership, const Reference& section, const host::Pair& entity) {
   const auto& [entity_id, files_object] = entity;
   if (!bound::is_mapping(files_object.get())) {
     raise(PyExc_ValueError, "signals_index ", section, ".", entity_id, " must be an object");
   }
-  const Reference no_files = take(PyList_New(0));
-  const Reference raw_files = host::get(files_object.get(), names().files, no_files.get());
+  const Reference raw_files = raw_files_of(files_object.get());
   if (PyList_Check(raw_files.get()) == 0) {
     raise(PyExc_ValueError, "signals_index ", section, ".", entity_id, ".files must be a list");
   }
-  host::Iteration paths(raw_files.get());
-  while (const Reference raw_path = paths.next()) membership.add(raw_path, section, entity_id);
+  host::for_each(raw_files.get(),
+                 [&](PyObject* raw_path) { membership.add(raw_path, section, entity_id); });
 }
 
 }  // namespace
@@ -87,17 +99,12 @@ void add_entity(Membership& membership, const Reference& section, const host::Pa
 Reference found_pnl_path_section(PyObject* relative_path) {
   if (PyUnicode_Check(relative_path) == 0) raise(PyExc_TypeError, "relative path must be text");
   host::check(PyUnicode_READY(relative_path));
-  if (begins(relative_path, "found_signals/") && ends(relative_path, "/signal_is/pnl.arrow")) {
-    return Reference::acquire(names().found_signals);
+  if (PyUnicode_IS_ASCII(relative_path) != 0) {
+    const auto* const data = static_cast<const char*>(PyUnicode_DATA(relative_path));
+    const auto length = static_cast<std::size_t>(PyUnicode_GET_LENGTH(relative_path));
+    return Reference::acquire(pnl_section({data, length}));
   }
-  if (begins(relative_path, "found_strategies/") && ends(relative_path, "/strategy_is/pnl.arrow")) {
-    return Reference::acquire(names().found_strategies);
-  }
-  if (begins(relative_path, "useful_signals/") && (ends(relative_path, "/signal_os/pnl.arrow") ||
-                                                   ends(relative_path, "/strategy_is/pnl.arrow"))) {
-    return Reference::acquire(names().useful_signals);
-  }
-  return Reference::acquire(Py_None);
+  return Reference::acquire(pnl_section(ascii_characters(relative_path)));
 }
 
 Reference membership_references(PyObject* document) {

@@ -54,10 +54,10 @@ void require_kind(const Reference& entry, PyObject* member_path, PyObject* secti
   if (!of_signals && !host::equal(section, names().found_strategies)) return;
   const Reference path_section = bound::found_pnl_path_section(member_path);
   if (path_section.get() == Py_None) return;
-  const Reference expected_kind =
-      words(of_signals ? "found_signal_is_pnl" : "found_strategy_is_epoch_pnl");
+  PyObject* const expected_kind =
+      of_signals ? names().found_signal_is_pnl : names().found_strategy_is_epoch_pnl;
   if (host::differ(path_section.get(), section) ||
-      host::differ(host::get(entry.get(), names().kind).get(), expected_kind.get())) {
+      host::differ(host::get(entry.get(), names().kind).get(), expected_kind)) {
     raise(PyExc_ValueError, "manifest files[\"", member_path, "\"].kind must be ", expected_kind,
           " for ", section, " membership");
   }
@@ -82,20 +82,17 @@ void require_advertised(const Reference& files, PyObject* member_path, PyObject*
 
 Reference paths_of(const Reference& references) {
   const Reference paths = take(PyList_New(0));
-  host::Iteration iteration(references.get());
-  while (const Reference reference = iteration.next()) {
-    const host::Pair pair = host::unpack_pair(reference.get());
-    host::check(PyList_Append(paths.get(), pair.first.get()));
-  }
+  host::for_each(references.get(), [&](PyObject* reference) {
+    host::check(PyList_Append(paths.get(), host::unpack_pair(reference).first.get()));
+  });
   return take(PyList_AsTuple(paths.get()));
 }
 
 void require_all_advertised(const Reference& files, const Reference& references) {
-  host::Iteration iteration(references.get());
-  while (const Reference reference = iteration.next()) {
-    const host::Pair pair = host::unpack_pair(reference.get());
+  host::for_each(references.get(), [&](PyObject* reference) {
+    const host::Pair pair = host::unpack_pair(reference);
     require_advertised(files, pair.first.get(), pair.second.get());
-  }
+  });
 }
 
 // `sorted(one - other)`.

@@ -2,6 +2,10 @@
 // what is judged here is what the file system will be given.
 #include "documents/relative_path.h"
 
+#include <algorithm>
+#include <cstring>
+#include <span>
+
 #include "host/message.h"
 
 namespace client_manifest::documents {
@@ -12,57 +16,65 @@ using host::Operation;
 using host::raise;
 using host::Reference;
 
-// The characters of a text, by the width in which the host stores them.
+// The characters of a text, in the width in which the host stores them.
 template <class Character>
-struct Characters {
-  const Character* data;
-  Py_ssize_t length;
-
-  [[nodiscard]] Py_UCS4 first() const { return data[0]; }
-  [[nodiscard]] Py_UCS4 last() const { return data[length - 1]; }
-};
+using Characters = std::span<const Character>;
 
 template <class Character>
-bool holds_backslash_or_nul(const Characters<Character>& text) {
-  for (Py_ssize_t i = 0; i < text.length; ++i) {
-    if (text.data[i] == '\\' || text.data[i] == 0) return true;
-  }
-  return false;
+bool is_trimmed(Characters<Character> text) {
+  return Py_UNICODE_ISSPACE(text.front()) == 0 && Py_UNICODE_ISSPACE(text.back()) == 0;
 }
 
 template <class Character>
-bool begins_with_drive(const Characters<Character>& text) {
-  return text.length >= 2 && Py_UNICODE_ISALPHA(text.first()) != 0 && text.data[1] == ':';
+bool begins_with_drive(Characters<Character> text) {
+  return text.size() >= 2 && text[1] == ':' && Py_UNICODE_ISALPHA(text.front()) != 0;
+}
+
+// Where `wanted` first stands in the text, or its size.
+template <class Character>
+std::size_t find(Characters<Character> text, char wanted) {
+  if constexpr (sizeof(Character) == 1) {
+    const void* const found = std::memchr(text.data(), wanted, text.size());
+    if (found == nullptr) return text.size();
+    return static_cast<std::size_t>(static_cast<const Character*>(found) - text.data());
+  } else {
+    const auto found = std::find(text.begin(), text.end(), static_cast<Character>(wanted));
+    return static_cast<std::size_t>(found - text.begin());
+  }
+}
+
+template <class Character>
+bool holds(Characters<Character> text, char unwanted) {
+  return find(text, unwanted) < text.size();
 }
 
 // The order of these tests cannot be told from outside: they share one message.
 template <class Character>
-bool is_exact(const Characters<Character>& text) {
-  return text.length > 0 && Py_UNICODE_ISSPACE(text.first()) == 0 &&
-         Py_UNICODE_ISSPACE(text.last()) == 0 && text.first() != '/' && text.last() != '/' &&
-         !begins_with_drive(text) && !holds_backslash_or_nul(text);
+bool is_exact(Characters<Character> text) {
+  return !text.empty() && is_trimmed(text) && text.front() != '/' && text.back() != '/' &&
+         !begins_with_drive(text) && !holds(text, '\\') && !holds(text, '\0');
 }
 
 template <class Character>
-bool is_empty_dot_or_parent(const Character* segment, Py_ssize_t length) {
-  if (length == 0) return true;
-  if (segment[0] != '.') return false;
-  return length == 1 || (length == 2 && segment[1] == '.');
+bool is_named(Characters<Character> segment) {
+  if (segment.empty()) return false;
+  if (segment[0] != '.') return true;
+  return segment.size() > 2 || (segment.size() == 2 && segment[1] != '.');
 }
 
 template <class Character>
-bool has_only_named_segments(const Characters<Character>& text) {
-  Py_ssize_t start = 0;
-  for (Py_ssize_t end = 0; end <= text.length; ++end) {
-    if (end < text.length && text.data[end] != '/') continue;
-    if (is_empty_dot_or_parent(text.data + start, end - start)) return false;
-    start = end + 1;
+bool has_only_named_segments(Characters<Character> text) {
+  for (;;) {
+    const std::size_t length = find(text, '/');
+    if (!is_named(text.first(length))) return false;
+    if (length == text.size()) return true;
+    text = text.subspan(length + 1);
   }
-  return true;
 }
 
 template <class Character>
-void judge(const Characters<Character>& text) {
+void judge(const Character* data, Py_ssize_t length) {
+  const Characters<Character> text(data, static_cast<std::size_t>(length));
   if (!is_exact(text)) {
     raise(PyExc_ValueError, "manifest relative path must be an exact relative POSIX path");
   }
@@ -82,13 +94,13 @@ Reference validate_manifest_relative_path(PyObject* relative_path) {
   const Py_ssize_t length = PyUnicode_GET_LENGTH(relative_path);
   switch (PyUnicode_KIND(relative_path)) {
     case PyUnicode_1BYTE_KIND:
-      judge(Characters<Py_UCS1>{PyUnicode_1BYTE_DATA(relative_path), length});
+      judge(PyUnicode_1BYTE_DATA(relative_path), length);
       break;
     case PyUnicode_2BYTE_KIND:
-      judge(Characters<Py_UCS2>{PyUnicode_2BYTE_DATA(relative_path), length});
+      judge(PyUnicode_2BYTE_DATA(relative_path), length);
       break;
     default:
-      judge(Characters<Py_UCS4>{PyUnicode_4BYTE_DATA(relative_path), length});
+      judge(PyUnicode_4BYTE_DATA(relative_path), length);
       break;
   }
   return Reference::acquire(relative_path);

@@ -34,11 +34,10 @@ void store_new(const Reference& document, PyObject* key, PyObject* value) {
 
 Reference object_without_duplicate_keys(PyObject* pairs) {
   Reference document = take(PyDict_New());
-  host::Iteration iteration(pairs);
-  while (const Reference entry = iteration.next()) {
-    const host::Pair pair = host::unpack_pair(entry.get());
+  host::for_each(pairs, [&](PyObject* entry) {
+    const host::Pair pair = host::unpack_pair(entry);
     store_new(document, pair.first.get(), pair.second.get());
-  }
+  });
   return document;
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <span>
 
 #include "host/error.h"
@@ -14,17 +15,13 @@ namespace client_manifest::host {
 // Memory that starts on a cache line. It can be made without the interpreter lock.
 class AlignedMemory {
  public:
-  explicit AlignedMemory(std::size_t size);
   AlignedMemory() noexcept = default;
-  AlignedMemory(AlignedMemory&& other) noexcept;
-  AlignedMemory(const AlignedMemory&) = delete;
-  AlignedMemory& operator=(AlignedMemory&& other) noexcept;
-  AlignedMemory& operator=(const AlignedMemory&) = delete;
-  ~AlignedMemory();
+  explicit AlignedMemory(std::size_t size);
 
   [[nodiscard]] std::span<std::byte> bytes() const noexcept { return bytes_; }
 
  private:
+  std::unique_ptr<std::byte[]> memory_;
   std::span<std::byte> bytes_;
 };
 

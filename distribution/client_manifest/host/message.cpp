@@ -1,7 +1,7 @@
 // Formats each piece of a message by the host and joins them in order.
 #include "host/message.h"
 
-#include <vector>
+#include <algorithm>
 
 namespace client_manifest::host {
 
@@ -10,18 +10,22 @@ Reference Piece::text() const {
                            : take(PyObject_Format(value_, nullptr));
 }
 
-Reference join(const Piece* pieces, std::size_t count) {
-  // Formatting can run foreign code, which must not come upon a tuple with gaps in it.
-  std::vector<Reference> texts;
-  texts.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) texts.push_back(pieces[i].text());
-
-  const Reference tuple = take(PyTuple_New(static_cast<Py_ssize_t>(count)));
-  for (std::size_t i = 0; i < count; ++i) {
-    PyTuple_SET_ITEM(tuple.get(), static_cast<Py_ssize_t>(i), texts[i].release());
+Reference concatenated(std::span<const Reference> texts) {
+  Py_ssize_t length = 0;
+  Py_UCS4 widest = 0;
+  for (const Reference& text : texts) {
+    check(PyUnicode_READY(text.get()));
+    length += PyUnicode_GET_LENGTH(text.get());
+    widest = std::max(widest, PyUnicode_MAX_CHAR_VALUE(text.get()));
   }
-  const Reference nothing = take(PyUnicode_New(0, 0));
-  return take(PyUnicode_Join(nothing.get(), tuple.get()));
+  Reference whole = take(PyUnicode_New(length, widest));
+  Py_ssize_t end = 0;
+  for (const Reference& text : texts) {
+    const Py_ssize_t size = PyUnicode_GET_LENGTH(text.get());
+    if (PyUnicode_CopyCharacters(whole.get(), end, text.get(), 0, size) < 0) throw Error::fetch();
+    end += size;
+  }
+  return whole;
 }
 
 }  // namespace client_manifest::host

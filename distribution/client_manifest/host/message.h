@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <span>
 
 #include "host/handling.h"
 
@@ -23,13 +24,14 @@ class Piece {
   PyObject* value_ = nullptr;
 };
 
-[[nodiscard]] Reference join(const Piece* pieces, std::size_t count);
+// The texts one after another as one.
+[[nodiscard]] Reference concatenated(std::span<const Reference> texts);
 
 // The pieces one after another as one host text.
 template <class... Pieces>
 [[nodiscard]] Reference text(const Pieces&... pieces) {
-  const std::array<Piece, sizeof...(Pieces)> all{Piece(pieces)...};
-  return join(all.data(), all.size());
+  const std::array<Reference, sizeof...(Pieces)> texts{Piece(pieces).text()...};
+  return concatenated(texts);
 }
 
 // Raises `kind` with the text that the pieces make.

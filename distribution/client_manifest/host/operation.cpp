@@ -74,4 +74,13 @@ bool Operation::is(PyObject* callable, PyObject* self) const noexcept {
          PyCFunction_GET_SELF(callable) == self;
 }
 
+bool Operation::is_method_of(PyObject* self, PyObject* name) const {
+  PyObject* method = nullptr;
+  const bool is_unbound = _PyObject_GetMethod(self, name, &method) != 0;
+  const Reference found = take(method);
+  if (!is_unbound || Py_IS_TYPE(method, &PyMethodDescr_Type) == 0) return false;
+  const auto* const descriptor = reinterpret_cast<const PyMethodDescrObject*>(method);
+  return descriptor->d_method->ml_meth == function_pointer();
+}
+
 }  // namespace client_manifest::host

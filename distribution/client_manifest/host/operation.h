@@ -85,6 +85,9 @@ class Operation {
   // Whether `callable` is this operation's function, bound by the host to `self`.
   [[nodiscard]] bool is(PyObject* callable, PyObject* self) const noexcept;
 
+  // Whether `self.name` would call this operation with `self`. It finds out without binding it.
+  [[nodiscard]] bool is_method_of(PyObject* self, PyObject* name) const;
+
  private:
   using Entry = PyObject* (*)(PyObject*, PyObject* const*, Py_ssize_t, PyObject*);
 

@@ -2,6 +2,7 @@
 #include "host/value.h"
 
 #include <climits>
+#include <cstring>
 
 #include "host/call.h"
 #include "host/message.h"
@@ -14,13 +15,42 @@ bool compare(PyObject* left, PyObject* right, int operation) {
   return is_true(answer.get());
 }
 
+bool are_exact_texts(PyObject* left, PyObject* right) {
+  return PyUnicode_CheckExact(left) != 0 && PyUnicode_CheckExact(right) != 0 &&
+         PyUnicode_IS_READY(left) && PyUnicode_IS_READY(right);
+}
+
+// What the host's comparison of two exact texts comes down to.
+bool same_text(PyObject* left, PyObject* right) {
+  if (left == right) return true;
+  const Py_ssize_t length = PyUnicode_GET_LENGTH(left);
+  if (length != PyUnicode_GET_LENGTH(right)) return false;
+  if (PyUnicode_KIND(left) != PyUnicode_KIND(right)) return false;
+  const auto size = static_cast<std::size_t>(length) * PyUnicode_KIND(left);
+  return std::memcmp(PyUnicode_DATA(left), PyUnicode_DATA(right), size) == 0;
+}
+
 }  // namespace
 
 bool is_true(PyObject* value) { return check(PyObject_IsTrue(value)) != 0; }
-bool equal(PyObject* left, PyObject* right) { return compare(left, right, Py_EQ); }
-bool differ(PyObject* left, PyObject* right) { return compare(left, right, Py_NE); }
-bool above(PyObject* left, PyObject* right) { return compare(left, right, Py_GT); }
-bool below(PyObject* left, PyObject* right) { return compare(left, right, Py_LT); }
+
+bool equal(PyObject* left, PyObject* right) {
+  return are_exact_texts(left, right) ? same_text(left, right) : compare(left, right, Py_EQ);
+}
+
+bool differ(PyObject* left, PyObject* right) {
+  return are_exact_texts(left, right) ? !same_text(left, right) : compare(left, right, Py_NE);
+}
+
+bool is_above_zero(PyObject* value) {
+  if (PyLong_CheckExact(value) != 0) return _PyLong_Sign(value) > 0;
+  return compare(value, integer(std::int64_t{0}).get(), Py_GT);
+}
+
+bool is_below_zero(PyObject* value) {
+  if (PyLong_CheckExact(value) != 0) return _PyLong_Sign(value) < 0;
+  return compare(value, integer(std::int64_t{0}).get(), Py_LT);
+}
 
 bool contains(PyObject* holder, PyObject* value) {
   return check(PySequence_Contains(holder, value)) != 0;

@@ -12,14 +12,15 @@ namespace client_manifest::host {
 [[nodiscard]] bool is_true(PyObject* value);                 // bool(value)
 [[nodiscard]] bool equal(PyObject* left, PyObject* right);   // left == right
 [[nodiscard]] bool differ(PyObject* left, PyObject* right);  // left != right
-[[nodiscard]] bool above(PyObject* left, PyObject* right);   // left > right
-[[nodiscard]] bool below(PyObject* left, PyObject* right);   // left < right
+[[nodiscard]] bool is_above_zero(PyObject* value);           // value > 0
+[[nodiscard]] bool is_below_zero(PyObject* value);           // value < 0
 [[nodiscard]] bool contains(PyObject* holder, PyObject* value);
 
 // `isinstance(value, int)` that keeps out the booleans, which the host counts as integers.
 [[nodiscard]] bool is_integer(PyObject* value) noexcept;
 
-// `mapping.get(key)` and `mapping.get(key, fallback)`.
+// `mapping.get(key)` and `mapping.get(key, fallback)`; of an exact dict the fallback may be null,
+// and an empty reference is given for it.
 [[nodiscard]] Reference get(PyObject* mapping, PyObject* key, PyObject* fallback = Py_None);
 // `container[key]`.
 [[nodiscard]] Reference item(PyObject* container, PyObject* key);
@@ -43,6 +44,21 @@ class Iteration {
  private:
   Reference iterator_;
 };
+
+// `for item in iterable: use(item)`; the item is owned for as long as `use` runs.
+template <class Use>
+void for_each(PyObject* iterable, Use&& use) {
+  if (PyList_CheckExact(iterable) != 0) {
+    // The list may shrink or grow meanwhile, as it may under the host's own loop.
+    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(iterable); ++i) {
+      const Reference item = Reference::acquire(PyList_GET_ITEM(iterable, i));
+      use(item.get());
+    }
+    return;
+  }
+  Iteration iteration(iterable);
+  while (const Reference item = iteration.next()) use(item.get());
+}
 
 struct Pair {
   Reference first;

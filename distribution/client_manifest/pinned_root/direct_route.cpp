@@ -28,7 +28,7 @@ using system::FileStat;
 using system::OwnedDescriptor;
 
 bool keeps(PyObject* self, PyObject* name, const Operation& operation) {
-  return operation.is(host::attribute(self, name).get(), self);
+  return operation.is_method_of(self, name);
 }
 
 // Static and class methods are bound to a class instead of the instance.

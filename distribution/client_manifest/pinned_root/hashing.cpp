@@ -34,7 +34,7 @@ void require_chunk_bytes(PyObject* chunk_bytes) {
   if (!host::is_integer(chunk_bytes)) {
     raise(PyExc_TypeError, "hash chunk_bytes must be an integer");
   }
-  if (!host::above(chunk_bytes, host::integer(std::int64_t{0}).get())) {
+  if (!host::is_above_zero(chunk_bytes)) {
     raise(PyExc_ValueError, "hash chunk_bytes must be positive");
   }
 }

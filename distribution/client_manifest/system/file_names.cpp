@@ -12,6 +12,10 @@ namespace {
 using host::Reference;
 using host::take;
 
+// Most paths take one allocation each for their bytes and their segments.
+constexpr std::size_t kUsualLength = 128;
+constexpr std::size_t kUsualDepth = 16;
+
 // A view of the text where it needs no encoding: in ASCII, and without a NUL, it is its own bytes.
 std::optional<std::string_view> plain_bytes(PyObject* text) {
   if (PyUnicode_Check(text) == 0 || PyUnicode_READY(text) < 0) return std::nullopt;
@@ -27,6 +31,8 @@ std::optional<std::string_view> plain_bytes(PyObject* text) {
 FileNames FileNames::split(PyObject* path) {
   FileNames names;
   if (const auto bytes = plain_bytes(path)) {
+    names.bytes_.reserve(bytes->size() + 1);
+    names.starts_.reserve(kUsualDepth);
     names.bytes_.assign(*bytes).push_back('\0');
     names.starts_.push_back(0);
     for (std::size_t slash = names.bytes_.find('/'); slash != std::string::npos;
@@ -47,6 +53,8 @@ FileNames FileNames::split(PyObject* path) {
 
 FileNames FileNames::of(PyObject* components, Py_ssize_t first) {
   FileNames names;
+  names.bytes_.reserve(kUsualLength);
+  names.starts_.reserve(kUsualDepth);
   for (Py_ssize_t i = first; i < PyTuple_GET_SIZE(components); ++i) {
     names.append(PyTuple_GET_ITEM(components, i));
   }
