@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import gc
+from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
@@ -50,7 +51,7 @@ def test_a_module_with_any_name_replaced_or_gone(
     name: str,
     replacement: Any,
 ) -> None:
-    operations = [
+    operations: list[Callable[..., object]] = [
         client_manifest.load_accepted_distribution_set,
         client_manifest.validate_accepted_distribution_set,
         client_manifest.validate_signals_index_manifest_declaration,

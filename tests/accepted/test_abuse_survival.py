@@ -211,7 +211,7 @@ def test_roots_that_are_no_paths(root: Any) -> None:
 
 @pytest.mark.parametrize("answer", [None, 5, "text", bytearray(b"{}"), [], {}])
 def test_a_root_that_reads_no_bytes(monkeypatch: pytest.MonkeyPatch, answer: Any) -> None:
-    class Root(client_manifest.PinnedRoot):  # type: ignore[misc, name-defined]
+    class Root(client_manifest.PinnedRoot):
         def read_regular_file(self, relative_path: str, *, label: str) -> Any:
             return answer
 
@@ -224,8 +224,10 @@ def test_a_root_that_reads_no_bytes(monkeypatch: pytest.MonkeyPatch, answer: Any
 def test_a_root_that_hashes_to_no_identity(
     valid: Distribution, tmp_path: Path, monkeypatch: pytest.MonkeyPatch, identity: Any
 ) -> None:
-    class Root(client_manifest.PinnedRoot):  # type: ignore[misc, name-defined]
-        def hash_regular_file(self, relative_path: str, *, label: str) -> Any:
+    class Root(client_manifest.PinnedRoot):
+        def hash_regular_file(  # type: ignore[override]
+            self, relative_path: str, *, label: str
+        ) -> Any:
             return identity
 
     monkeypatch.setattr(client_manifest, "PinnedRoot", Root)
@@ -234,7 +236,15 @@ def test_a_root_that_hashes_to_no_identity(
 
 
 @pytest.mark.parametrize(
-    "root_class", [None, 5, object, lambda root: None, lambda: None, lambda root: [].missing]
+    "root_class",
+    [
+        None,
+        5,
+        object,
+        lambda root: None,
+        lambda: None,
+        lambda root: [].missing,  # type: ignore[attr-defined]
+    ],
 )
 def test_a_root_class_that_makes_no_roots(
     monkeypatch: pytest.MonkeyPatch, root_class: Any

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import re
+from collections.abc import Callable
 from typing import Any
 
 import pytest
@@ -129,11 +130,12 @@ def test_labels_and_paths_come_out_untouched(text: str) -> None:
 
 
 def test_labels_and_paths_are_keywords_without_default() -> None:
-    for function, value in [
+    requirements: list[tuple[Callable[..., object], object]] = [
         (client_manifest._require_positive_identity, 1),
         (client_manifest._require_nonnegative_size, 1),
         (client_manifest._require_sha256, DIGEST),
-    ]:
+    ]
+    for function, value in requirements:
         with pytest.raises(TypeError):
             function(value)
         with pytest.raises(TypeError):

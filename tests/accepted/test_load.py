@@ -145,7 +145,9 @@ def test_a_supplied_manifest_must_be_a_dict(
 
 def test_the_manifest_parameter_is_a_keyword(valid: Distribution, tmp_path: Path) -> None:
     with pytest.raises(TypeError):
-        client_manifest.load_accepted_distribution_set(valid.write(tmp_path), valid.manifest)
+        client_manifest.load_accepted_distribution_set(  # type: ignore[call-arg]
+            valid.write(tmp_path), valid.manifest
+        )
 
 
 def test_a_missing_root_keeps_the_failure_of_the_system(tmp_path: Path) -> None:

@@ -188,7 +188,7 @@ class Disturbed(io.BufferedReader):
 
 
 def disturb_reads_of(monkeypatch: pytest.MonkeyPatch, path: str, act: Act) -> None:
-    class Root(client_manifest.PinnedRoot):  # type: ignore[misc, name-defined]
+    class Root(client_manifest.PinnedRoot):
         def open_regular_file_for_read(self, relative_path: str, *, label: str) -> Any:
             file = super().open_regular_file_for_read(relative_path, label=label)
             if relative_path != path:

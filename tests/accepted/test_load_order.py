@@ -132,13 +132,19 @@ def test_of_two_faults_the_earlier_step_reports(
 
 def test_a_bad_root_reports_before_a_bad_manifest(tmp_path: Path) -> None:
     with fails_with(FileNotFoundError, None):
-        client_manifest.load_accepted_distribution_set(tmp_path / "absent", manifest=[])
+        client_manifest.load_accepted_distribution_set(
+            tmp_path / "absent",
+            manifest=[],  # type: ignore[arg-type]
+        )
 
 
 def test_a_supplied_manifest_is_judged_before_the_retired_sidecar(tmp_path: Path) -> None:
     (tmp_path / "signals_index.json").write_bytes(b"")
     with fails_with(TypeError, "manifest must be a dict"):
-        client_manifest.load_accepted_distribution_set(tmp_path, manifest=[])
+        client_manifest.load_accepted_distribution_set(
+            tmp_path,
+            manifest=[],  # type: ignore[arg-type]
+        )
     with fails_with(ValueError, LEGACY):
         client_manifest.load_accepted_distribution_set(tmp_path, manifest={})
 
@@ -150,4 +156,7 @@ def test_a_bad_root_that_is_a_file_reports_before_a_bad_manifest(tmp_path: Path)
         "pinned root is missing, has a symlinked ancestor, or is not a safe directory",
         cause=NotADirectoryError,
     ):
-        client_manifest.load_accepted_distribution_set(tmp_path / "file", manifest=[])
+        client_manifest.load_accepted_distribution_set(
+            tmp_path / "file",
+            manifest=[],  # type: ignore[arg-type]
+        )

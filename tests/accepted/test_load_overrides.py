@@ -78,7 +78,8 @@ def root(valid: Distribution, monkeypatch: pytest.MonkeyPatch) -> RecordedRoot:
 
 
 def load(**keywords: Any) -> Any:
-    return client_manifest.load_accepted_distribution_set(ROOT, **keywords)
+    root: Any = ROOT
+    return client_manifest.load_accepted_distribution_set(root, **keywords)
 
 
 def steps_behind_the_manifest(distribution: Distribution) -> list[tuple[Any, ...]]:
@@ -187,7 +188,7 @@ def test_the_operations_of_an_instance_are_honoured(
     original = client_manifest.PinnedRoot
 
     def pin(root: Any) -> Any:
-        pinned = original(root)
+        pinned: Any = original(root)
         pinned.hash_regular_file = lambda path, *, label: SimpleNamespace(
             size_bytes=valid.files[path]["size_bytes"], sha256=OTHER_DIGEST
         )

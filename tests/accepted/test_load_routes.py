@@ -59,7 +59,7 @@ def overriding_class(called: set[str]) -> type:
         called.add("_open_absolute_directory")
         return base._open_absolute_directory(path, create=create)
 
-    @staticmethod
+    @staticmethod  # type: ignore[misc]
     def open_directory_components(descriptor: int, components: Any, *, label: str) -> Any:
         called.add("_open_directory_components")
         return base._open_directory_components(descriptor, components, label=label)

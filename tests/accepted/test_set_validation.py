@@ -88,7 +88,7 @@ def test_a_faulty_declaration_is_refused(valid: Distribution) -> None:
 @pytest.mark.parametrize("manifest", [None, [], "{}"])
 def test_a_manifest_must_be_a_dict(manifest: Any) -> None:
     with fails_with(TypeError, "manifest must be a dict"):
-        client_manifest.validate_accepted_distribution_set(manifest, None)
+        client_manifest.validate_accepted_distribution_set(manifest, None)  # type: ignore[arg-type]
 
 
 @pytest.mark.parametrize("kind", [bytearray, memoryview, lambda payload: payload.decode()])

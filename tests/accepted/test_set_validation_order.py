@@ -165,7 +165,10 @@ def test_the_declaration_reports_before_everything_else(fault: Fault) -> None:
     with fails_with(
         ValueError, f'manifest files["{broken.reference}"].size_bytes must be an integer'
     ):
-        client_manifest.validate_accepted_distribution_set(broken.manifest, None)
+        client_manifest.validate_accepted_distribution_set(
+            broken.manifest,
+            None,  # type: ignore[arg-type]
+        )
 
 
 @pytest.mark.parametrize("fault", FAULTS, ids=lambda fault: fault.name)

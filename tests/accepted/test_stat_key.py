@@ -44,13 +44,13 @@ class Recording:
         return FULL[name]
 
 
-def stat_of(**changes: Any) -> SimpleNamespace:
+def stat_of(**changes: Any) -> Any:
     fields = {**FULL, **changes}
     return SimpleNamespace(**{name: fields[name] for name in fields if fields[name] is not ...})
 
 
 def test_nanoseconds_are_taken_from_the_attribute_that_has_them() -> None:
-    file_stat = SimpleNamespace(st_mtime_ns=2**60 + 1)
+    file_stat: Any = SimpleNamespace(st_mtime_ns=2**60 + 1)
     assert client_manifest._stat_nanoseconds(file_stat, "st_mtime") == 2**60 + 1
 
 
@@ -62,17 +62,18 @@ def test_seconds_are_not_touched_when_nanoseconds_are_there() -> None:
         def st_mtime(self) -> float:
             raise AssertionError("seconds were read")
 
-    assert client_manifest._stat_nanoseconds(Exact(), "st_mtime") == 5
+    assert client_manifest._stat_nanoseconds(Exact(), "st_mtime") == 5  # type: ignore[arg-type]
 
 
 def test_zero_nanoseconds_are_a_time_and_not_an_absence() -> None:
-    file_stat = SimpleNamespace(st_mtime_ns=0, st_mtime=9)
+    file_stat: Any = SimpleNamespace(st_mtime_ns=0, st_mtime=9)
     assert client_manifest._stat_nanoseconds(file_stat, "st_mtime") == 0
 
 
 @pytest.mark.parametrize("value", [7, 7.9, Convertible(7), " 7 "])
 def test_nanoseconds_go_through_the_host_conversion(value: Any) -> None:
-    result = client_manifest._stat_nanoseconds(SimpleNamespace(st_mtime_ns=value), "st_mtime")
+    file_stat: Any = SimpleNamespace(st_mtime_ns=value)
+    result = client_manifest._stat_nanoseconds(file_stat, "st_mtime")
     assert result == 7
     assert type(result) is int
 
@@ -93,7 +94,7 @@ def test_nanoseconds_go_through_the_host_conversion(value: Any) -> None:
 def test_seconds_are_multiplied_and_truncated(
     seconds: Any, nanoseconds: int, nanosecond_attribute: dict[str, None]
 ) -> None:
-    file_stat = SimpleNamespace(st_ctime=seconds, **nanosecond_attribute)
+    file_stat: Any = SimpleNamespace(st_ctime=seconds, **nanosecond_attribute)
     result = client_manifest._stat_nanoseconds(file_stat, "st_ctime")
     assert result == nanoseconds
     assert type(result) is int
@@ -101,12 +102,12 @@ def test_seconds_are_multiplied_and_truncated(
 
 def test_a_stat_result_without_any_time_has_no_key() -> None:
     with pytest.raises(AttributeError) as raised:
-        client_manifest._stat_nanoseconds(SimpleNamespace(), "st_mtime")
+        client_manifest._stat_nanoseconds(SimpleNamespace(), "st_mtime")  # type: ignore[arg-type]
     assert raised.value.name == "st_mtime"
 
 
 def test_the_field_names_the_attribute() -> None:
-    file_stat = SimpleNamespace(st_birthtime_ns=3, st_atime=4)
+    file_stat: Any = SimpleNamespace(st_birthtime_ns=3, st_atime=4)
     assert client_manifest._stat_nanoseconds(file_stat, "st_birthtime") == 3
     assert client_manifest._stat_nanoseconds(file_stat, "st_atime") == 4_000_000_000
 
@@ -118,7 +119,7 @@ def test_a_failing_time_attribute_passes_its_own_failure() -> None:
             raise RuntimeError("clock is gone")
 
     with pytest.raises(RuntimeError, match="clock is gone"):
-        client_manifest._stat_nanoseconds(Failing(), "st_mtime")
+        client_manifest._stat_nanoseconds(Failing(), "st_mtime")  # type: ignore[arg-type]
 
 
 def test_the_key_has_five_integers_in_order() -> None:
@@ -126,7 +127,7 @@ def test_the_key_has_five_integers_in_order() -> None:
 
 
 def test_the_attributes_are_read_in_the_order_of_the_key() -> None:
-    file_stat = Recording()
+    file_stat: Any = Recording()
     assert client_manifest._regular_file_stat_key(file_stat) == (11, 22, 33, 44, 55)
     assert file_stat.asked == ["st_size", "st_mtime_ns", "st_ctime_ns", "st_dev", "st_ino"]
 
@@ -173,7 +174,7 @@ def test_times_fall_back_to_seconds() -> None:
 
 
 def test_every_element_goes_through_the_host_conversion() -> None:
-    file_stat = SimpleNamespace(**{name: Convertible(value) for name, value in FULL.items()})
+    file_stat: Any = SimpleNamespace(**{name: Convertible(value) for name, value in FULL.items()})
     key = client_manifest._regular_file_stat_key(file_stat)
     assert key == (11, 22, 33, 44, 55)
     assert [type(element) for element in key] == [int] * 5
@@ -201,5 +202,5 @@ def test_the_times_of_the_key_come_from_the_module_function(
 
 @given(st.lists(st.integers(), min_size=5, max_size=5))
 def test_integers_of_any_size_are_kept_exactly(values: list[int]) -> None:
-    file_stat = SimpleNamespace(**dict(zip(FULL, values, strict=True)))
+    file_stat: Any = SimpleNamespace(**dict(zip(FULL, values, strict=True)))
     assert client_manifest._regular_file_stat_key(file_stat) == tuple(values)

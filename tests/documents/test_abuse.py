@@ -25,15 +25,15 @@ class Boom(Exception):
     """Raised by the hostile objects below."""
 
 
-def parse(payload: object) -> Any:
+def parse(payload: Any) -> Any:
     return client_manifest.parse_strict_json_object_bytes(payload, label="x")
 
 
-def parse_manifest(payload: object) -> Any:
+def parse_manifest(payload: Any) -> Any:
     return client_manifest.parse_distribution_manifest_bytes(payload, label="x")
 
 
-def parse_index(payload: object) -> Any:
+def parse_index(payload: Any) -> Any:
     return client_manifest.parse_canonical_signals_index_bytes(payload, label="x")
 
 

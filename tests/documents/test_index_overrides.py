@@ -15,7 +15,7 @@ from support.failures import fails_with
 Patch = pytest.MonkeyPatch
 
 
-def parse_index(payload: object) -> Any:
+def parse_index(payload: Any) -> Any:
     return client_manifest.parse_canonical_signals_index_bytes(payload, label="x")
 
 

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from typing import Any
 
 import pytest
@@ -12,7 +13,7 @@ from hypothesis import strategies as st
 from support.failures import fails_with
 
 MARKER = client_manifest._DuplicateJsonObjectKeyError
-hook = client_manifest._object_without_duplicate_keys
+hook: Callable[[Any], dict[Any, Any]] = client_manifest._object_without_duplicate_keys
 reject = client_manifest._reject_nonfinite_json_constant
 
 

@@ -62,7 +62,7 @@ def test_a_label_is_put_in_by_the_hosts_formatting(label: Any, words: str) -> No
     strict = client_manifest.parse_strict_json_object_bytes
     index = client_manifest.parse_canonical_signals_index_bytes
     with fails_with(TypeError, f"{words} bytes must be bytes"):
-        strict(None, label=label)
+        strict(None, label=label)  # type: ignore[arg-type]
     with fails_with(STRICT, f"{words} must contain a JSON object"):
         strict(b"[]", label=label)
     with fails_with(ValueError, f"{words} market_id is required and must be a positive integer"):
@@ -84,7 +84,7 @@ def test_a_label_is_asked_with_empty_settings_and_only_for_a_message() -> None:
 
 
 @pytest.mark.parametrize("payload", [None, b"\xff", b"", b'{"a":1,"a":2}', b"[]"])
-def test_a_label_that_cannot_be_formatted_fails_in_its_own_way(payload: object) -> None:
+def test_a_label_that_cannot_be_formatted_fails_in_its_own_way(payload: Any) -> None:
     label: Any = Label(Boom("no words"))
     with pytest.raises(Boom, match=r"^no words$"):
         client_manifest.parse_strict_json_object_bytes(payload, label=label)

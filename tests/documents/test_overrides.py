@@ -39,15 +39,15 @@ DOCUMENTS = [
 ]
 
 
-def parse(payload: object) -> Any:
+def parse(payload: Any) -> Any:
     return client_manifest.parse_strict_json_object_bytes(payload, label="x")
 
 
-def parse_manifest(payload: object) -> Any:
+def parse_manifest(payload: Any) -> Any:
     return client_manifest.parse_distribution_manifest_bytes(payload, label="x")
 
 
-def parse_index(payload: object) -> Any:
+def parse_index(payload: Any) -> Any:
     return client_manifest.parse_canonical_signals_index_bytes(payload, label="x")
 
 
@@ -209,7 +209,7 @@ def test_the_manifest_parse_calls_the_strict_one(monkeypatch: Patch) -> None:
     calls: list[Any] = []
     value = object()
     monkeypatch.setattr(client_manifest, "parse_strict_json_object_bytes", giving(value, calls))
-    payload = object()
+    payload: Any = object()
     assert client_manifest.parse_distribution_manifest_bytes(payload) is value
     assert parse_manifest(payload) is value
     assert calls == [((payload,), {"label": "manifest.json"}), ((payload,), {"label": "x"})]

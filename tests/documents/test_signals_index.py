@@ -21,7 +21,7 @@ SECTIONS = ("found_signals", "found_strategies", "useful_signals")
 NO_IDENTITIES = [None, True, False, 0, -1, 1.0, 1e30, "1", [1], {"a": 1}]
 
 
-def parse(payload: object, label: str = "x") -> Any:
+def parse(payload: Any, label: str = "x") -> Any:
     return client_manifest.parse_canonical_signals_index_bytes(payload, label=label)
 
 

@@ -138,11 +138,11 @@ class Bytes(bytes):
     """A caller's own kind of bytes."""
 
 
-def parse(payload: object, label: str = "x") -> Any:
+def parse(payload: Any, label: str = "x") -> Any:
     return client_manifest.parse_strict_json_object_bytes(payload, label=label)
 
 
-def parse_manifest(payload: object, label: str = "x") -> Any:
+def parse_manifest(payload: Any, label: str = "x") -> Any:
     return client_manifest.parse_distribution_manifest_bytes(payload, label=label)
 
 
@@ -269,7 +269,7 @@ def test_the_manifest_has_a_label_of_its_own() -> None:
     with fails_with(MANIFEST, "manifest.json must contain a JSON object", cause=STRICT):
         client_manifest.parse_distribution_manifest_bytes(b"[]")
     with fails_with(TypeError, "manifest.json bytes must be bytes"):
-        client_manifest.parse_distribution_manifest_bytes("{}")
+        client_manifest.parse_distribution_manifest_bytes("{}")  # type: ignore[arg-type]
 
 
 @pytest.mark.parametrize(

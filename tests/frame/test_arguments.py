@@ -196,7 +196,7 @@ def test_an_unknown_keyword_in_place_of_a_known_one_is_refused(target: Operation
 
 def test_keywords_made_at_run_time_are_the_same_keywords() -> None:
     keyword = "".join(["la", "bel"])
-    parse = client_manifest.parse_strict_json_object_bytes
+    parse: Callable[..., object] = client_manifest.parse_strict_json_object_bytes
     assert parse(**{"".join(["pay", "load"]): b"{}", keyword: "x"}) == {}
 
 
@@ -212,7 +212,11 @@ def test_a_refused_call_runs_nothing(monkeypatch: pytest.MonkeyPatch) -> None:
         client_manifest, "parse_strict_json_object_bytes", lambda *_, **__: reached.append("ran")
     )
     with fails_with(TypeError, None):
-        client_manifest.parse_distribution_manifest_bytes(b"{}", "manifest.json")
+        client_manifest.parse_distribution_manifest_bytes(  # type: ignore[call-arg]
+            b"{}", "manifest.json"
+        )
     with fails_with(TypeError, None):
-        client_manifest.parse_distribution_manifest_bytes(b"{}", lable="manifest.json")
+        client_manifest.parse_distribution_manifest_bytes(  # type: ignore[call-arg]
+            b"{}", lable="manifest.json"
+        )
     assert reached == []

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from types import SimpleNamespace
 
 import pytest
@@ -9,7 +10,7 @@ from brindlefen.distribution import client_manifest
 
 from support.failures import fails_with
 
-choose = client_manifest._pinned_root_class
+choose: Callable[..., type] = client_manifest._pinned_root_class
 
 
 class Windows:
@@ -95,7 +96,7 @@ def test_an_empty_name_is_a_name_and_not_the_lack_of_one(
 
 def test_a_change_of_the_hosts_name_is_seen(monkeypatch: pytest.MonkeyPatch, windows: type) -> None:
     with monkeypatch.context() as patch:
-        patch.setattr(client_manifest.os, "name", "nt")
+        patch.setattr(client_manifest.os, "name", "nt")  # type: ignore[attr-defined]
         chosen = choose()
     assert chosen is windows
     assert choose() is client_manifest._PosixPinnedRoot

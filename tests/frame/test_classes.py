@@ -113,7 +113,7 @@ def test_an_instance_made_without_its_initialiser_has_no_attributes() -> None:
 
 def test_an_instance_takes_any_attribute_and_a_weak_reference() -> None:
     kind = client_manifest.PinnedRoot
-    root = kind.__new__(kind)
+    root: Any = kind.__new__(kind)
     root.colour = "green"
     reference = weakref.ref(root)
     assert reference() is root
@@ -124,7 +124,7 @@ def test_an_instance_takes_any_attribute_and_a_weak_reference() -> None:
 
 def test_a_member_can_be_shadowed_replaced_and_restored(monkeypatch: pytest.MonkeyPatch) -> None:
     kind = client_manifest.PinnedRoot
-    root = kind.__new__(kind)
+    root: Any = kind.__new__(kind)
     original = vars(kind)["close"]
     with monkeypatch.context() as patch:
         patch.setattr(kind, "close", lambda self: "the class")

@@ -53,7 +53,7 @@ def recording_class() -> type[PinnedRoot]:
 
         return operation
 
-    def note_absolute(cls: type[PinnedRoot], *args: Any, **keywords: Any) -> Any:
+    def note_absolute(cls: type[Recording], *args: Any, **keywords: Any) -> Any:
         Recording.calls.append(Call("_open_absolute_directory", args, keywords))
         return super(Recording, cls)._open_absolute_directory(*args, **keywords)
 

@@ -19,7 +19,7 @@ LABELS = [None, 5, 1.5, b"bytes", ["a"], ("x", 1), {"k": "v"}, ValueError("inner
 
 
 @pytest.mark.parametrize("label", LABELS, ids=repr)
-def test_a_label_may_be_anything_that_can_be_formatted(root: PinnedRoot, label: object) -> None:
+def test_a_label_may_be_anything_that_can_be_formatted(root: PinnedRoot, label: Any) -> None:
     with fails_with(FileNotFoundError, f"{label} is missing: absent", cause=FileNotFoundError):
         root.read_regular_file("absent", label=label)
     with fails_with(ValueError, f"{label} must be a regular file: sub"):
@@ -36,7 +36,7 @@ class Formatted:
     __str__ = __repr__ = raise_own
 
 
-def test_a_label_is_put_in_by_its_own_format(root: PinnedRoot) -> None:
+def test_a_label_is_put_in_by_its_own_format(root: Any) -> None:
     text = "formatted<> must be a regular file: sub"
     with fails_with(ValueError, text):
         root.read_regular_file("sub", label=Formatted())
@@ -53,7 +53,7 @@ class Unformatted:
 
 @pytest.mark.parametrize("path", ["absent", "absent/leaf", "file.bin/leaf", "link", "sub"])
 def test_a_label_that_fails_to_be_formatted_replaces_the_failure(
-    root: PinnedRoot, tree: Path, path: str
+    root: Any, tree: Path, path: str
 ) -> None:
     (tree / "link").symlink_to("file.bin")
     with descriptors_kept(), fails_with(Own, "mine"):
@@ -63,7 +63,7 @@ def test_a_label_that_fails_to_be_formatted_replaces_the_failure(
     assert root.read_regular_file(PATH, label=Unformatted()) == b"inner bytes"
 
 
-def test_the_truth_of_a_contained_label_may_fail(root: PinnedRoot) -> None:
+def test_the_truth_of_a_contained_label_may_fail(root: Any) -> None:
     class Undecided:
         __bool__ = raise_own
 
@@ -123,7 +123,7 @@ def test_a_root_that_lies_about_its_path_fails_as_the_host_does(give: object) ->
 
 
 @pytest.mark.parametrize("root", [None, 5, 1.5, b"/tmp", ["/"], object()], ids=repr)
-def test_a_root_that_is_no_path_is_a_type_error(root: object) -> None:
+def test_a_root_that_is_no_path_is_a_type_error(root: Any) -> None:
     with descriptors_kept(), fails_with(TypeError, None):
         PinnedRoot(root)
 
@@ -164,7 +164,7 @@ def test_a_file_number_that_is_none_fails_as_the_host_does(
 
 
 @pytest.mark.parametrize("file", [None, 5, "text", object()], ids=repr)
-def test_a_file_without_a_number_is_missed(root: PinnedRoot, file: object) -> None:
+def test_a_file_without_a_number_is_missed(root: PinnedRoot, file: Any) -> None:
     for operation in (root._read_open_regular_file_with_stat, root.hash_open_regular_file):
         with fails_with(AttributeError, None):
             operation(file, PATH, label="file")
@@ -193,7 +193,7 @@ def test_a_part_that_is_no_bytes_fails_as_the_host_does(
             fileno = staticmethod(real.fileno)
             seek = staticmethod(real.seek)
 
-            def read(self, size: int) -> object:
+            def read(self, size: int) -> Any:
                 return self.parts.pop() if self.parts else b""
 
         with descriptors_kept():

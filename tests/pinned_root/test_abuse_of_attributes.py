@@ -59,7 +59,8 @@ def test_a_pin_that_is_no_descriptor_fails_as_the_host_does(
 
 def test_any_pin_but_none_is_handed_out_as_it_is(root: Any) -> None:
     real = root._descriptor
-    for value in ("text", 0.5, [], real):
+    values: tuple[object, ...] = ("text", 0.5, [], real)
+    for value in values:
         root._descriptor = value
         assert root._require_descriptor() is value
 
@@ -135,7 +136,11 @@ def test_an_attribute_that_was_deleted_is_missed_by_those_that_need_it(
         root = PinnedRoot(tree)
         value = getattr(root, name)
         delattr(root, name)
-        action = {**OPERATIONS, "close": lambda root: root.close()}[operation]
+        actions: dict[str, Callable[[Any], object]] = {
+            **OPERATIONS,
+            "close": lambda root: root.close(),
+        }
+        action = actions[operation]
         found = outcome_of(lambda: action(root))
         setattr(root, name, value)
         root.close()
@@ -148,7 +153,11 @@ def test_an_attribute_that_was_deleted_is_missed_by_those_that_need_it(
 
 def test_an_instance_that_was_never_initialised_misses_its_attributes() -> None:
     root = PinnedRoot.__new__(PinnedRoot)
-    for operation in (*OPERATIONS.values(), lambda root: root.close()):
+    operations: list[Callable[[Any], object]] = [
+        *OPERATIONS.values(),
+        lambda root: root.close(),
+    ]
+    for operation in operations:
         with descriptors_kept(), fails_with(AttributeError, None):
             operation(root)
     with fails_with(AttributeError, None), root:

@@ -8,6 +8,7 @@ import threading
 from collections.abc import Callable
 from pathlib import Path
 from types import FrameType
+from typing import Any
 
 import pytest
 
@@ -74,7 +75,7 @@ def test_the_open_waits_for_a_writer_while_other_threads_run(
 
 def test_a_subclass_waits_just_the_same(tree: Path, fifo: Path) -> None:
     class Derived(PinnedRoot):
-        def _open_parent(self, relative_path: str, *, label: str, create: bool) -> object:
+        def _open_parent(self, relative_path: str, *, label: str, create: bool) -> Any:
             return super()._open_parent(relative_path, label=label, create=create)
 
     def child() -> None:

@@ -22,9 +22,9 @@ class Trivial(PinnedRoot):
     """A subclass without a word of its own."""
 
 
-def shadowing(path: Path) -> PinnedRoot:
+def shadowing(path: Path) -> Any:
     """A plain root with one harmless attribute in the place of an operation."""
-    root = PinnedRoot(path)
+    root: Any = PinnedRoot(path)
     walk = root._open_parent
     root._open_parent = lambda *args, **keywords: walk(*args, **keywords)
     return root

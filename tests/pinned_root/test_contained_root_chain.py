@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 from collections.abc import Iterator
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -27,6 +28,7 @@ def child(root: PinnedRoot) -> Iterator[PinnedRoot]:
 def test_a_grandchild_keeps_the_topmost_anchor_and_both_chains(
     child: PinnedRoot, tree: Path
 ) -> None:
+    grandchild: Any
     with child.open_contained_root("deep", label="grandchild") as grandchild:
         assert grandchild.path == tree / "sub" / "deep"
         assert grandchild._anchor_components == ("sub", "deep")

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from pathlib import Path
 
 import pytest
@@ -12,7 +12,7 @@ from brindlefen.distribution.client_manifest import PinnedRoot
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
 
-walk = PinnedRoot._open_directory_components
+walk: Callable[..., int] = PinnedRoot._open_directory_components
 
 
 @pytest.fixture

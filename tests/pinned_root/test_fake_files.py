@@ -59,11 +59,11 @@ def descriptor(tree: Path) -> Iterator[int]:
     os.close(descriptor)
 
 
-def read(root: PinnedRoot, file: object) -> Any:
+def read(root: PinnedRoot, file: Any) -> Any:
     return root._read_open_regular_file_with_stat(file, PATH, label="file")[0]
 
 
-def digest(root: PinnedRoot, file: object) -> Any:
+def digest(root: PinnedRoot, file: Any) -> Any:
     return root.hash_open_regular_file(file, PATH, label="file").sha256
 
 

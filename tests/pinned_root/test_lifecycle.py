@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -17,7 +18,7 @@ CHANGED = "pinned root canonical path changed during operation"
 CLOSED = "pinned root is closed"
 
 
-def is_open(descriptor: int) -> bool:
+def is_open(descriptor: Any) -> bool:
     try:
         os.fstat(descriptor)
     except OSError:
@@ -26,7 +27,7 @@ def is_open(descriptor: int) -> bool:
 
 
 def test_close_releases_the_descriptor_and_forgets_it(tree: Path) -> None:
-    root = PinnedRoot(tree)
+    root: Any = PinnedRoot(tree)
     descriptor = root._descriptor
     assert root.close() is None
     assert not is_open(descriptor)
@@ -36,7 +37,7 @@ def test_close_releases_the_descriptor_and_forgets_it(tree: Path) -> None:
 
 def test_closing_twice_leaves_a_reused_number_alone(tree: Path) -> None:
     root = PinnedRoot(tree)
-    number = root._descriptor
+    number: Any = root._descriptor
     root.close()
     other = os.open(tree / "file.bin", os.O_RDONLY)
     if other != number:
@@ -59,7 +60,7 @@ def test_a_contained_root_closes_both_descriptors(root: PinnedRoot) -> None:
 
 
 def test_a_failing_close_of_the_pin_still_closes_the_anchor(root: PinnedRoot) -> None:
-    child = root.open_contained_root("sub", label="child")
+    child: Any = root.open_contained_root("sub", label="child")
     anchor = child._anchor_descriptor
     os.close(child._descriptor)
     with fails_with(OSError, "[Errno 9] Bad file descriptor"):
@@ -70,7 +71,7 @@ def test_a_failing_close_of_the_pin_still_closes_the_anchor(root: PinnedRoot) ->
 
 
 def test_a_failing_close_of_the_anchor_comes_after_the_pin(root: PinnedRoot) -> None:
-    child = root.open_contained_root("sub", label="child")
+    child: Any = root.open_contained_root("sub", label="child")
     descriptor = child._descriptor
     os.close(child._anchor_descriptor)
     with fails_with(OSError, "[Errno 9] Bad file descriptor"):
@@ -82,7 +83,7 @@ def test_a_failing_close_of_the_anchor_comes_after_the_pin(root: PinnedRoot) -> 
 def test_both_closes_failing_report_the_anchor_in_the_context_of_the_pin(
     root: PinnedRoot,
 ) -> None:
-    child = root.open_contained_root("sub", label="child")
+    child: Any = root.open_contained_root("sub", label="child")
     os.close(child._descriptor)
     os.close(child._anchor_descriptor)
     with fails_with(OSError, "[Errno 9] Bad file descriptor") as caught:
@@ -91,7 +92,7 @@ def test_both_closes_failing_report_the_anchor_in_the_context_of_the_pin(
 
 
 def test_a_root_with_only_an_anchor_is_still_closed(root: PinnedRoot) -> None:
-    child = root.open_contained_root("sub", label="child")
+    child: Any = root.open_contained_root("sub", label="child")
     os.close(child._descriptor)
     child._descriptor = None
     anchor = child._anchor_descriptor
@@ -130,7 +131,7 @@ def test_a_good_block_ends_with_a_closed_root(tree: Path) -> None:
 
 
 def test_leaving_gives_none_so_that_failures_travel_on(tree: Path) -> None:
-    root = PinnedRoot(tree)
+    root: Any = PinnedRoot(tree)
     error = KeyError("x")
     assert root.__exit__(KeyError, error, None) is None
     with fails_with(KeyError, "'x'") as caught, PinnedRoot(tree):
@@ -142,7 +143,7 @@ def test_leaving_gives_none_so_that_failures_travel_on(tree: Path) -> None:
 def test_leaving_takes_three_values_by_place_or_by_name(
     tree: Path, names: tuple[str, ...]
 ) -> None:
-    root = PinnedRoot(tree)
+    root: Any = PinnedRoot(tree)
     if names:
         root.__exit__(**dict.fromkeys(names))
     else:
@@ -232,6 +233,6 @@ def test_the_descriptor_is_given_or_the_root_is_closed(tree: Path) -> None:
 def test_a_root_that_nobody_closes_keeps_its_descriptor(tree: Path) -> None:
     with descriptors_kept(left_open=1):
         root = PinnedRoot(tree)
-        number = root._descriptor
+        number: Any = root._descriptor
         del root
     os.close(number)

@@ -154,7 +154,8 @@ def test_the_record_is_built_by_keyword_from_the_modules_name(
             )
 
     monkeypatch.setattr(client_manifest, "ContainedFileIdentity", Record)
-    assert type(root.hash_regular_file(PATH, label="file")) is Record
+    identity: object = root.hash_regular_file(PATH, label="file")
+    assert type(identity) is Record
     assert built == [
         {
             "size_bytes": 11,

@@ -7,6 +7,7 @@ import os
 from collections.abc import Iterator
 from dataclasses import replace
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -40,7 +41,7 @@ def identity(root: PinnedRoot, file: io.BufferedReader) -> ContainedFileIdentity
     return root.hash_open_regular_file(file, PATH, label="file")
 
 
-def recheck(root: PinnedRoot, file: object, identity: object, path: object = PATH) -> None:
+def recheck(root: Any, file: object, identity: object, path: object = PATH) -> None:
     with descriptors_kept():
         found = root.assert_open_regular_file_identity(
             file, path, label="file", identity=identity
@@ -117,7 +118,7 @@ def test_any_object_with_a_stat_key_will_do(
     root: PinnedRoot, file: io.BufferedReader, identity: ContainedFileIdentity
 ) -> None:
     class Key:
-        stat_key = identity.stat_key
+        stat_key: tuple[int, ...] = identity.stat_key
 
     recheck(root, file, Key())
     with fails_with(AttributeError, None):
@@ -217,4 +218,6 @@ def test_label_and_identity_are_required_keywords(
         with pytest.raises(TypeError):
             root.assert_open_regular_file_identity(file, PATH, **keywords)
     with pytest.raises(TypeError):
-        root.assert_open_regular_file_identity(file, PATH, "file", identity)
+        root.assert_open_regular_file_identity(  # type: ignore[call-arg]
+            file, PATH, "file", identity
+        )

@@ -6,6 +6,7 @@ import errno
 import io
 import os
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -20,7 +21,8 @@ def test_the_file_is_a_buffered_reader_that_owns_its_descriptor(root: PinnedRoot
         with descriptors_kept(left_open=1):
             file = root.open_regular_file_for_read("sub/inner.bin", label="file")
         assert type(file) is io.BufferedReader
-        assert (file.mode, file.raw.closefd, file.tell()) == ("rb", True, 0)
+        raw: Any = file.raw
+        assert (file.mode, raw.closefd, file.tell()) == ("rb", True, 0)
         assert file.name == file.fileno()
         assert os.get_inheritable(file.fileno()) is False
         assert file.read() == b"inner bytes"
@@ -118,7 +120,8 @@ def test_dot_segments_are_refused_first(tree: Path, path: str) -> None:
 def test_a_path_that_is_no_text_is_refused_first(tree: Path) -> None:
     root = PinnedRoot(tree)
     root.close()
-    for path in (None, 5, b"file.bin", Path("file.bin")):
+    paths: list[Any] = [None, 5, b"file.bin", Path("file.bin")]
+    for path in paths:
         with fails_with(TypeError, "manifest relative path must be a string"):
             root.open_regular_file_for_read(path, label="file")
 
@@ -139,7 +142,7 @@ def test_opening_proves_neither_path_nor_root(root: PinnedRoot, tree: Path) -> N
 
 def test_the_label_is_required_and_keyword_only(root: PinnedRoot) -> None:
     with pytest.raises(TypeError), descriptors_kept():
-        root.open_regular_file_for_read("file.bin")
+        root.open_regular_file_for_read("file.bin")  # type: ignore[call-arg]
     with pytest.raises(TypeError), descriptors_kept():
-        root.open_regular_file_for_read("file.bin", "file")
+        root.open_regular_file_for_read("file.bin", "file")  # type: ignore[call-arg]
     root.open_regular_file_for_read(relative_path="file.bin", label="file").close()

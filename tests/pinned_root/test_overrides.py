@@ -37,7 +37,7 @@ HASH_OPEN = [
 @pytest.fixture
 def recorded(tree: Path) -> Iterator[Any]:
     """A root of a recording class, whose calls of the pinning have been dropped."""
-    recorded = recording_class()(tree)
+    recorded: Any = recording_class()(tree)
     recorded.calls.clear()
     yield recorded
     recorded.close()
@@ -136,7 +136,8 @@ def test_the_order_of_the_calls_of_each_operation(
 
 def by_name(recorded: Any, name: str) -> Call:
     """The one call of `name` that was recorded."""
-    (call,) = (call for call in recorded.calls if call.name == name)
+    calls: list[Call] = recorded.calls
+    (call,) = (call for call in calls if call.name == name)
     return call
 
 
@@ -306,6 +307,7 @@ def test_results_of_overridden_parts_are_handed_on(tree: Path) -> None:
         def _read_open_regular_file_with_stat(self, *args: Any, **keywords: Any) -> Any:
             return ["bytes", "stat"]
 
+    root: Any
     with Handing(tree) as root, descriptors_kept():
         assert root.hash_regular_file(PATH, label="file") is identity
         assert root.read_regular_file_with_stat(PATH, label="file") == ["bytes", "stat"]

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -25,7 +26,7 @@ from support.failures import fails_with
 PATH = "sub/inner.bin"
 
 
-def prove(root: PinnedRoot, expected: object, path: str = PATH) -> None:
+def prove(root: PinnedRoot, expected: Any, path: str = PATH) -> None:
     with descriptors_kept():
         root._assert_path_matches_regular_file(path, label="file", expected_stat=expected)
 
@@ -33,7 +34,9 @@ def prove(root: PinnedRoot, expected: object, path: str = PATH) -> None:
 @pytest.mark.parametrize("path", ["file.bin", PATH, "sub/deep/leaf.bin"])
 def test_an_unchanged_file_is_proved(root: PinnedRoot, tree: Path, path: str) -> None:
     expected = (tree / path).stat()
-    result = root._assert_path_matches_regular_file(path, label="file", expected_stat=expected)
+    result = root._assert_path_matches_regular_file(  # type: ignore[func-returns-value]
+        path, label="file", expected_stat=expected
+    )
     assert result is None
 
 

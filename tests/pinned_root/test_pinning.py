@@ -5,6 +5,7 @@ from __future__ import annotations
 import errno
 import os
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -39,7 +40,7 @@ def test_a_root_holds_exactly_the_five_attributes(tree: Path) -> None:
 def test_the_pin_is_one_descriptor_that_a_child_program_does_not_inherit(tree: Path) -> None:
     with descriptors_kept(left_open=1):
         root = PinnedRoot(tree)
-    assert os.get_inheritable(root._descriptor) is False
+    assert os.get_inheritable(root._descriptor) is False  # type: ignore[arg-type]
     root.close()
 
 
@@ -73,7 +74,7 @@ def test_the_class_has_no_bases_and_two_names() -> None:
 def test_the_file_system_root_itself_can_be_pinned() -> None:
     with PinnedRoot("/") as root:
         assert root.path == Path("/")
-        assert same_directory(root._descriptor, "/")
+        assert same_directory(root._descriptor, "/")  # type: ignore[arg-type]
 
 
 @pytest.mark.parametrize("spelling", ["{}", "{}/", "/{}", "{}//", "{}/sub/..", "{}/./", "/.{}"])
@@ -81,7 +82,7 @@ def test_spellings_of_one_path_pin_one_directory(tree: Path, spelling: str) -> N
     text = spelling.format(tree)
     with PinnedRoot(text) as root:
         assert root.path == Path(os.path.abspath(text))
-        assert same_directory(root._descriptor, tree)
+        assert same_directory(root._descriptor, tree)  # type: ignore[arg-type]
 
 
 def test_parent_segments_are_collapsed_before_the_walk(tree: Path) -> None:
@@ -202,11 +203,11 @@ def test_a_name_that_is_no_utf8_is_pinned_and_named_in_failures(tree: Path) -> N
 
 def test_create_is_a_keyword_only_and_root_is_required(tree: Path) -> None:
     with pytest.raises(TypeError), descriptors_kept():
-        PinnedRoot(tree, True)
+        PinnedRoot(tree, True)  # type: ignore[call-arg]
     with pytest.raises(TypeError), descriptors_kept():
-        PinnedRoot()
+        PinnedRoot()  # type: ignore[call-arg]
     with pytest.raises(TypeError), descriptors_kept():
-        PinnedRoot(tree, label="none")
+        PinnedRoot(tree, label="none")  # type: ignore[call-arg]
 
 
 def test_root_may_be_given_by_keyword(tree: Path) -> None:
@@ -220,9 +221,9 @@ def test_the_absolute_walk_is_a_class_method_that_hands_over_its_descriptor(tree
     assert os.get_inheritable(descriptor) is False
     os.close(descriptor)
     with pytest.raises(TypeError):
-        PinnedRoot._open_absolute_directory(tree)
+        PinnedRoot._open_absolute_directory(tree)  # type: ignore[call-arg]
     with pytest.raises(TypeError):
-        PinnedRoot._open_absolute_directory(tree, False)
+        PinnedRoot._open_absolute_directory(tree, False)  # type: ignore[call-arg]
 
 
 REFUSED = "secure descriptor-relative SDK filesystem I/O requires POSIX O_NOFOLLOW support"
@@ -230,7 +231,7 @@ REFUSED = "secure descriptor-relative SDK filesystem I/O requires POSIX O_NOFOLL
 
 @pytest.mark.parametrize("root", ["/", None, "a\0b"])
 def test_a_host_without_posix_refuses_before_anything_else(
-    monkeypatch: pytest.MonkeyPatch, root: object
+    monkeypatch: pytest.MonkeyPatch, root: Any
 ) -> None:
     with monkeypatch.context() as patch, descriptors_kept():
         patch.setattr(os, "name", "nt")

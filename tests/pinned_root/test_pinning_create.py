@@ -6,6 +6,7 @@ import errno
 import os
 import stat
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -46,7 +47,8 @@ def test_an_existing_chain_is_left_as_it_was(tree: Path) -> None:
     before = sorted(tree.rglob("*"))
     times = (tree / "sub").stat().st_mtime_ns
     with PinnedRoot(tree / "sub", create=True) as root:
-        assert os.path.samestat(os.fstat(root._descriptor), (tree / "sub").stat())
+        descriptor: Any = root._descriptor
+        assert os.path.samestat(os.fstat(descriptor), (tree / "sub").stat())
     assert sorted(tree.rglob("*")) == before
     assert mode_of(tree / "sub") == 0o700
     assert (tree / "sub").stat().st_mtime_ns == times
@@ -54,7 +56,7 @@ def test_an_existing_chain_is_left_as_it_was(tree: Path) -> None:
 
 def test_create_has_no_effect_on_the_file_system_root() -> None:
     with PinnedRoot("/", create=True) as root:
-        assert os.path.samestat(os.fstat(root._descriptor), os.stat("/"))
+        assert os.path.samestat(os.fstat(root._descriptor), os.stat("/"))  # type: ignore[arg-type]
 
 
 def test_what_was_made_stays_when_the_walk_fails_further_down(tree: Path) -> None:
@@ -91,13 +93,13 @@ def test_an_ancestor_that_may_not_be_entered_is_unsafe(tree: Path) -> None:
 
 
 @pytest.mark.parametrize("truth", [1, "yes", [0]])
-def test_any_true_value_asks_for_creation(tree: Path, truth: object) -> None:
+def test_any_true_value_asks_for_creation(tree: Path, truth: Any) -> None:
     PinnedRoot(tree / "new", create=truth).close()
     assert (tree / "new").is_dir()
 
 
 @pytest.mark.parametrize("falsehood", [0, "", None, ()])
-def test_any_false_value_asks_for_none(tree: Path, falsehood: object) -> None:
+def test_any_false_value_asks_for_none(tree: Path, falsehood: Any) -> None:
     with fails_with(FileNotFoundError, "[Errno 2] No such file or directory: 'new'"):
         PinnedRoot(tree / "new", create=falsehood)
 

@@ -166,7 +166,7 @@ def test_the_path_is_judged_before_the_closed_root(tree: Path) -> None:
     root = PinnedRoot(tree)
     root.close()
     with fails_with(TypeError, "manifest relative path must be a string"):
-        root.read_regular_file(None, label="file")
+        root.read_regular_file(None, label="file")  # type: ignore[arg-type]
     with fails_with(RuntimeError, "pinned root is closed"):
         root.read_regular_file("file.bin", label="file")
 

@@ -122,7 +122,7 @@ def test_a_closed_root_is_a_failure(root: PinnedRoot) -> None:
 
 def test_a_path_that_is_no_text_is_a_failure(root: PinnedRoot) -> None:
     with fails_with(TypeError, "manifest relative path must be a string"):
-        root.read_regular_file_if_present(None, label="file")
+        root.read_regular_file_if_present(None, label="file")  # type: ignore[arg-type]
 
 
 @pytest.mark.parametrize("kind", [FileNotFoundError, type("Gone", (FileNotFoundError,), {})])
@@ -149,9 +149,9 @@ def test_other_errors_of_the_read_pass(tree: Path, kind: type[Exception]) -> Non
 
 def test_the_label_is_required_and_keyword_only(root: PinnedRoot) -> None:
     with pytest.raises(TypeError):
-        root.read_regular_file_if_present(PATH)
+        root.read_regular_file_if_present(PATH)  # type: ignore[call-arg]
     with pytest.raises(TypeError):
-        root.read_regular_file_if_present(PATH, "file")
+        root.read_regular_file_if_present(PATH, "file")  # type: ignore[call-arg]
 
 
 def test_nothing_is_made_on_the_way(root: PinnedRoot, tree: Path) -> None:

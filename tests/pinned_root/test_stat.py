@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 import pickle
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -119,7 +120,7 @@ def test_unfit_leaves_are_refused(root: PinnedRoot, tree: Path) -> None:
 
 def test_the_path_is_proved_and_then_the_root(root: PinnedRoot, tree: Path) -> None:
     class Replacing(PinnedRoot):
-        def open_regular_file_for_read(self, relative_path: str, *, label: str) -> object:
+        def open_regular_file_for_read(self, relative_path: str, *, label: str) -> Any:
             file = super().open_regular_file_for_read(relative_path, label=label)
             replace_by_rename(tree / "file.bin")
             return file
@@ -139,13 +140,13 @@ def test_the_path_is_proved_and_then_the_root(root: PinnedRoot, tree: Path) -> N
 def test_the_path_is_judged_before_the_closed_root(root: PinnedRoot) -> None:
     root.close()
     with fails_with(TypeError, "manifest relative path must be a string"):
-        root.stat_regular_file(b"file.bin", label="file")
+        root.stat_regular_file(b"file.bin", label="file")  # type: ignore[arg-type]
     with fails_with(RuntimeError, "pinned root is closed"):
         root.stat_regular_file("file.bin", label="file")
 
 
 def test_the_label_is_required_and_keyword_only(root: PinnedRoot) -> None:
     with pytest.raises(TypeError):
-        root.stat_regular_file("file.bin")
+        root.stat_regular_file("file.bin")  # type: ignore[call-arg]
     with pytest.raises(TypeError):
-        root.stat_regular_file("file.bin", "file")
+        root.stat_regular_file("file.bin", "file")  # type: ignore[call-arg]

@@ -73,7 +73,7 @@ def test_children_are_opened_and_closed_side_by_side(root: PinnedRoot) -> None:
 def test_roots_are_made_side_by_side_over_one_missing_path(tree: Path) -> None:
     def work(number: int) -> int:
         with PinnedRoot(tree / "new" / "newer" / "newest", create=True) as root:
-            return os.fstat(root._descriptor).st_ino
+            return os.fstat(root._descriptor).st_ino  # type: ignore[arg-type]
 
     with descriptors_kept():
         assert len(set(together(work))) == 1
@@ -92,7 +92,7 @@ def test_failures_stay_in_their_own_thread(root: PinnedRoot, tree: Path) -> None
                 found.add(str(error))
         return found
 
-    expected = {
+    expected: dict[int, Callable[[int], object]] = {
         0: lambda number: b"outer bytes",
         1: lambda number: f"file {number} is missing: absent",
         2: lambda number: f"file {number} is a symlink or is not safely readable: link",

@@ -41,7 +41,7 @@ NOT_A_DIGEST = "G" * 64
 OTHER_DIGEST = "0" * 64
 
 
-def sha256_of(payload: bytes) -> str:
+def sha256_of(payload: bytes | bytearray) -> str:
     """The digest in the form that manifests use."""
     return hashlib.sha256(payload).hexdigest()
 

@@ -1,6 +1,7 @@
 // A wrong size is reported ahead of a malformed digest, and that ahead of a wrong one.
 #include "accepted/entry_checks.h"
 
+#include "accepted/digest.h"
 #include "accepted/entry_requirements.h"
 #include "host/message.h"
 #include "host/value.h"
@@ -13,12 +14,6 @@ using host::Operation;
 using host::Pass;
 using host::raise;
 using host::Reference;
-
-Reference sha256_of(PyObject* payload) {
-  const Reference hashlib = global(names().hashlib);
-  const Reference digest = host::call_method(hashlib.get(), names().sha256, payload);
-  return host::call_method(digest.get(), names().hexdigest);
-}
 
 }  // namespace
 

@@ -12,7 +12,20 @@ using host::Operation;
 using host::Reference;
 using host::take;
 
+PyObject* own_class = nullptr;  // both live as long as the process
+PyObject* own_stat_key = nullptr;
+
 }  // namespace
+
+void record_own_file_identity() {
+  own_class = global(names().ContainedFileIdentity).release();
+  own_stat_key = attribute(own_class, names().stat_key).release();
+}
+
+bool has_own_file_identity() {
+  return global(names().ContainedFileIdentity).get() == own_class &&
+         attribute(own_class, names().stat_key).get() == own_stat_key;
+}
 
 Reference FileIdentity::size_bytes() const {
   return record_ ? attribute(record_.get(), names().size_bytes) : host::integer(stat_.size);

@@ -31,6 +31,12 @@ class FileIdentity {
 // ContainedFileIdentity(**fields) by what the name is bound to, from a stat key and a digest.
 [[nodiscard]] host::Reference make_file_identity(PyObject* stat_key, const host::Reference& sha256);
 
+// Takes up ContainedFileIdentity and its stat key as the load has made them; once, at its end.
+void record_own_file_identity();
+// Whether they are still what is bound: then a record can be made after the proofs as well as
+// before them.
+[[nodiscard]] bool has_own_file_identity();
+
 // The property `stat_key` of the record.
 extern const host::Operation kFileIdentityStatKey;
 

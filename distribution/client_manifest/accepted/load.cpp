@@ -44,8 +44,10 @@ void prove_member(PyObject* reader, const Reference& manifest, PyObject* relativ
       pinned_root::through(reader).hash_regular_file(relative_path, label.get());
   const Reference files = host::item(manifest.get(), names().files);
   const Reference entry = host::item(files.get(), relative_path);
+  const Reference actual_size = identity.size_bytes();
+  const Reference actual_sha = identity.sha256();
   bound::validate_entry_digest(entry.get(), {.relative_path = relative_path, .label = label.get()},
-                               identity.size_bytes().get(), identity.sha256().get());
+                               actual_size.get(), actual_sha.get());
 }
 
 Reference load_from(PyObject* reader, PyObject* given_manifest) {

@@ -82,11 +82,12 @@ Reference raw_files_of(PyObject* membership) {
 }
 
 void add_entity(Membership& membership, const Reference& section, const host::Pair& entity) {
-  const auto& [entity_id, files_object] = entity;
-  if (!bound::is_mapping(files_object.get())) {
+  const Reference& entity_id = entity.first;
+  const Reference& listed = entity.second;
+  if (!bound::is_mapping(listed.get())) {
     raise(PyExc_ValueError, "signals_index ", section, ".", entity_id, " must be an object");
   }
-  const Reference raw_files = raw_files_of(files_object.get());
+  const Reference raw_files = raw_files_of(listed.get());
   if (PyList_Check(raw_files.get()) == 0) {
     raise(PyExc_ValueError, "signals_index ", section, ".", entity_id, ".files must be a list");
   }

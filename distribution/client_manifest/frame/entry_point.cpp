@@ -2,11 +2,14 @@
 #include <array>
 #include <cstdint>
 
+#include "accepted/digest.h"
+#include "accepted/file_identity.h"
 #include "client_manifest.h"
 #include "frame/bindings.h"
 #include "host/boundary.h"
 #include "host/chunk_buffer.h"
 #include "host/message.h"
+#include "system/file_stat.h"
 
 namespace client_manifest::frame {
 namespace {
@@ -63,7 +66,10 @@ void load(PyObject* module) {
     registered = register_module(module);
     host::make_chunk_buffer_type();
     bind_all(module);
+    system::record_stat_result_type();
     record_bindings();
+    accepted::record_own_digest();
+    accepted::record_own_file_identity();
   } catch (const Error&) {
     // The next import starts anew.
     if (registered) unregister_module();

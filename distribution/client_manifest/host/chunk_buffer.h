@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <memory>
 #include <span>
+#include <utility>
 
 #include "host/error.h"
 
@@ -17,6 +18,16 @@ class AlignedMemory {
  public:
   AlignedMemory() noexcept = default;
   explicit AlignedMemory(std::size_t size);
+  AlignedMemory(AlignedMemory&& other) noexcept
+      : memory_(std::move(other.memory_)), bytes_(std::exchange(other.bytes_, {})) {}
+  AlignedMemory(const AlignedMemory&) = delete;
+  AlignedMemory& operator=(AlignedMemory&& other) noexcept {
+    memory_ = std::move(other.memory_);
+    bytes_ = std::exchange(other.bytes_, {});
+    return *this;
+  }
+  AlignedMemory& operator=(const AlignedMemory&) = delete;
+  ~AlignedMemory() = default;
 
   [[nodiscard]] std::span<std::byte> bytes() const noexcept { return bytes_; }
 

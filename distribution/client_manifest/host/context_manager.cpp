@@ -7,33 +7,36 @@
 namespace client_manifest::host {
 namespace {
 
-Reference special_method(PyObject* object, const char* name) {
-  auto* const type = reinterpret_cast<PyObject*>(Py_TYPE(object));
-  PyObject* const found = PyObject_GetAttrString(type, name);
-  if (found != nullptr) return Reference::steal(found);
-  Error failure = Error::fetch();
-  if (!failure.matches(PyExc_AttributeError)) throw Error(std::move(failure));
-  const Reference type_name = take(PyType_GetName(Py_TYPE(object)));
-  raise(PyExc_TypeError, "'", type_name, "' object does not support the context manager protocol");
+// A method of the type, bound as the host binds the two ends of the protocol: past the instance.
+Reference special_method(PyObject* object, const char* name, const char* if_missing) {
+  PyTypeObject* const type = Py_TYPE(object);
+  const Reference text = take(PyUnicode_InternFromString(name));
+  const Reference found = Reference::acquire(_PyType_Lookup(type, text.get()));
+  if (!found) {
+    const Reference type_name = take(PyType_GetName(type));
+    raise(PyExc_TypeError, "'", type_name, "' object does not support the context manager protocol",
+          if_missing);
+  }
+  const descrgetfunc bind = Py_TYPE(found.get())->tp_descr_get;
+  if (bind == nullptr) return Reference::acquire(found.get());
+  return take(bind(found.get(), object, reinterpret_cast<PyObject*>(type)));
 }
 
 }  // namespace
 
-ContextManager::ContextManager(PyObject* manager) : manager_(Reference::acquire(manager)) {
-  const Reference enter = special_method(manager, "__enter__");
-  exit_ = special_method(manager, "__exit__");
-  entered_ = call(enter, manager);
+ContextManager::ContextManager(PyObject* manager) {
+  const Reference enter = special_method(manager, "__enter__", "");
+  exit_ = special_method(manager, "__exit__", " (missed __exit__ method)");
+  entered_ = call(enter);
 }
 
-void ContextManager::leave() {
-  static_cast<void>(call(exit_, manager_, Py_None, Py_None, Py_None));
-}
+void ContextManager::leave() { static_cast<void>(call(exit_, Py_None, Py_None, Py_None)); }
 
 bool ContextManager::leave_after(const Error& failure) {
   PyObject* const exception = failure.exception();
   const Reference traceback = Reference::steal(PyException_GetTraceback(exception));
-  const Reference answer = call(exit_, manager_, reinterpret_cast<PyObject*>(Py_TYPE(exception)),
-                                exception, traceback ? traceback.get() : Py_None);
+  const Reference answer = call(exit_, reinterpret_cast<PyObject*>(Py_TYPE(exception)), exception,
+                                traceback ? traceback.get() : Py_None);
   return is_true(answer.get());
 }
 

@@ -19,7 +19,6 @@ class ContextManager {
       const Error& failure);  // it failed; true: the manager took that up
 
  private:
-  Reference manager_;
   Reference exit_;
   Reference entered_;
 };

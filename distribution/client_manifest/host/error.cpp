@@ -4,7 +4,7 @@
 namespace client_manifest::host {
 namespace {
 
-Reference fetch_normalized() noexcept {
+Reference fetch_normalized() {
   PyObject* kind = nullptr;
   PyObject* value = nullptr;
   PyObject* traceback = nullptr;
@@ -23,14 +23,14 @@ Reference fetch_normalized() noexcept {
 
 }  // namespace
 
-Error::Error(PyObject* kind, const Reference& argument) noexcept {
+Error::Error(PyObject* kind, const Reference& argument) {
   // The host would spread a tuple over the parameters; the one argument is passed as it is.
   const Reference exception = Reference::steal(PyObject_CallOneArg(kind, argument.get()));
   if (exception) PyErr_SetObject(kind, exception.get());
   exception_ = fetch_normalized();
 }
 
-Error Error::fetch() noexcept { return Error(fetch_normalized()); }
+Error Error::fetch() { return Error(fetch_normalized()); }
 
 bool Error::matches(PyObject* kind) const noexcept {
   return PyErr_GivenExceptionMatches(exception_.get(), kind) != 0;

@@ -14,7 +14,7 @@ class Error : public std::exception {
  public:
   // Raises `kind(argument)` as the host's own `raise` does, the exception that is being handled as
   // its context, and takes it up.
-  Error(PyObject* kind, const Reference& argument) noexcept;
+  Error(PyObject* kind, const Reference& argument);
   Error(Error&&) noexcept = default;
   Error(const Error&) = delete;
   Error& operator=(Error&&) noexcept = default;
@@ -22,7 +22,7 @@ class Error : public std::exception {
   ~Error() override = default;
 
   // Takes up the exception that is pending in the host; a missing one is the host's SystemError.
-  [[nodiscard]] static Error fetch() noexcept;
+  [[nodiscard]] static Error fetch();
 
   [[nodiscard]] bool matches(PyObject* kind) const noexcept;
   [[nodiscard]] PyObject* exception() const noexcept { return exception_.get(); }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "host/error.h"
+#include "host/shutdown.h"
 
 namespace client_manifest::host {
 
@@ -20,7 +21,7 @@ class Handling {
   Handling& operator=(const Handling&) = delete;
   Handling& operator=(Handling&&) = delete;
   ~Handling() {
-    if (!is_shutting_down()) thread_->exc_info = item_.previous_item;
+    if (!is_given_up()) thread_->exc_info = item_.previous_item;
   }
 
  private:

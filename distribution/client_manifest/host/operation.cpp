@@ -44,6 +44,8 @@ PyMethodDef* Operation::definition() const {
   definition->ml_name = signature_->name;
   definition->ml_meth = function_pointer();
   definition->ml_flags = METH_FASTCALL | METH_KEYWORDS;
+  // A static method is bound to nothing; without the flag it would show its class as `__self__`.
+  if (signature_->kind == Kind::static_method) definition->ml_flags |= METH_STATIC;
   definition->ml_doc = kept_text.release();
   return definition.release();
 }

@@ -8,7 +8,7 @@
 
 #include <utility>
 
-#include "host/shutdown.h"
+#include "host/python.h"
 
 namespace client_manifest::host {
 
@@ -24,7 +24,7 @@ class Reference {
     return *this;
   }
   ~Reference() {
-    if (object_ != nullptr && !is_shutting_down()) Py_DECREF(object_);
+    if (object_ != nullptr) give_up(object_);
   }
 
   [[nodiscard]] static Reference steal(PyObject* object) noexcept { return Reference(object); }
@@ -37,6 +37,9 @@ class Reference {
   explicit operator bool() const noexcept { return object_ != nullptr; }
 
  private:
+  // Lets the reference go; what runs then is foreign code.
+  static void give_up(PyObject* object) noexcept;
+
   explicit Reference(PyObject* object) noexcept : object_(object) {}
 
   PyObject* object_ = nullptr;

@@ -1,7 +1,6 @@
 // Puts the host's operators at the disposal of C++ code, each failure of theirs an Error.
 #include "host/value.h"
 
-#include <climits>
 #include <cstring>
 
 #include "host/call.h"
@@ -76,15 +75,9 @@ Reference item(PyObject* container, PyObject* key) {
 }
 
 int as_int(PyObject* value) {
-  const long number = PyLong_AsLong(value);
+  const int number = _PyLong_AsInt(value);
   if (number == -1 && PyErr_Occurred() != nullptr) throw Error::fetch();
-  if (number > INT_MAX) {
-    raise(PyExc_OverflowError, "signed integer is greater than maximum");
-  }
-  if (number < INT_MIN) {
-    raise(PyExc_OverflowError, "signed integer is less than minimum");
-  }
-  return static_cast<int>(number);
+  return number;
 }
 
 Reference integer(std::int64_t value) { return take(PyLong_FromLongLong(value)); }

@@ -3,11 +3,12 @@
 
 #include <limits>
 
+#include "accepted/digest.h"
+#include "accepted/file_identity.h"
 #include "accepted/stat_key.h"
 #include "documents/relative_path.h"
 #include "host/value.h"
 #include "pinned_root/hashing.h"
-#include "pinned_root/instance.h"
 #include "pinned_root/leaf.h"
 #include "pinned_root/leaf_proofs.h"
 #include "pinned_root/parent.h"
@@ -62,7 +63,7 @@ bool keeps_purpose(PyObject* self, Purpose purpose) {
       return keeps(self, names().hash_open_regular_file, kHashOpenRegularFile) &&
              keeps(self, names().assert_open_regular_file_identity,
                    kAssertOpenRegularFileIdentity) &&
-             is_as_loaded(names().ContainedFileIdentity, global(names().ContainedFileIdentity));
+             accepted::has_own_file_identity() && accepted::has_own_digest();
     case Purpose::stat:
       break;
   }
@@ -84,31 +85,41 @@ DirectRoute::DirectRoute(const Subject& subject, int pinned)
 
 std::optional<DirectRoute> DirectRoute::find(PyObject* self, const Subject& subject,
                                              Purpose purpose) {
-  if (!keeps_walks_and_proofs(self) || !keeps_purpose(self, purpose) || !keeps_functions()) {
+  try {
+    if (!keeps_walks_and_proofs(self) || !keeps_purpose(self, purpose) || !keeps_functions()) {
+      return std::nullopt;
+    }
+    const Instance root = through(self);
+    const std::optional<int> pinned = plain_descriptor(root.get(names()._descriptor));
+    if (!pinned) return std::nullopt;
+    DirectRoute route(subject, *pinned);
+    if (!route.find_way_to_root(root)) return std::nullopt;
+    return route;
+  } catch (const host::Error& error) {
+    // Whatever is out of order fails in its own time, when an operation comes upon it.
+    if (!error.matches(PyExc_Exception)) throw;
     return std::nullopt;
   }
-  const Instance root = through(self);
-  const std::optional<int> pinned = plain_descriptor(root.get(names()._descriptor));
-  if (!pinned) return std::nullopt;
-  DirectRoute route(subject, *pinned);
+}
 
+bool DirectRoute::find_way_to_root(const Instance& root) {
   const Reference anchor = root.get(names()._anchor_descriptor);
   if (anchor.get() == Py_None) {
     const Reference path = root.get(names().path);
-    route.root_components_ =
-        take(PySequence_Tuple(host::attribute(path.get(), names().parts).get()));
-    route.root_segments_ = FileNames::of(route.root_components_.get(), 1);
-    return route;
+    root_components_ = take(PySequence_Tuple(host::attribute(path.get(), names().parts).get()));
+    root_segments_ = FileNames::of(root_components_.get(), 1);
+    return true;
   }
-  route.anchor_ = plain_descriptor(anchor);
-  route.root_components_ = root.get(names()._anchor_components);
-  if (!route.anchor_ || PyTuple_CheckExact(route.root_components_.get()) == 0) return std::nullopt;
-  route.root_segments_ = FileNames::of(route.root_components_.get());
-  // Its failures are replaced by fixed words in any case, the label is seen in what they replace.
-  const Reference label = root.get(names()._contained_root_label);
-  route.root_label_ = host::is_true(label.get()) ? Reference::acquire(label.get())
-                                                 : take(PyUnicode_FromString("contained root"));
-  return route;
+  anchor_ = plain_descriptor(anchor);
+  root_components_ = root.get(names()._anchor_components);
+  root_label_ = root.get(names()._contained_root_label);
+  if (!anchor_ || PyTuple_CheckExact(root_components_.get()) == 0 ||
+      PyUnicode_CheckExact(root_label_.get()) == 0) {
+    return false;
+  }
+  root_segments_ = FileNames::of(root_components_.get());
+  if (!host::is_true(root_label_.get())) root_label_ = take(PyUnicode_FromString("contained root"));
+  return true;
 }
 
 void DirectRoute::open() {
@@ -130,7 +141,7 @@ void DirectRoute::prove_path(const FileStat& expected) const {
 void DirectRoute::prove_root() const {
   OwnedDescriptor current;
   try {
-    const Subject chain{.label = root_label_.get(), .path = root_components_.get()};
+    const Subject chain{.label = root_label_.get(), .components = root_components_.get()};
     current = anchor_ ? walk_from_anchor(*anchor_, root_segments_, chain)
                       : walk_from_top(root_segments_, /*create=*/false);
   } catch (...) {

@@ -11,6 +11,7 @@
 
 #include "client_manifest.h"
 #include "host/handling.h"
+#include "pinned_root/instance.h"
 #include "pinned_root/refusal.h"
 #include "system/file_names.h"
 #include "system/file_stat.h"
@@ -54,6 +55,9 @@ class DirectRoute {
 
  private:
   DirectRoute(const Subject& subject, int pinned);
+
+  // Learns how the root proves itself; false if it is in no state to.
+  [[nodiscard]] bool find_way_to_root(const Instance& root);
 
   Subject subject_;
   system::FileNames segments_;

@@ -2,9 +2,9 @@
 #include "pinned_root/hashing.h"
 
 #include <algorithm>
-#include <limits>
 #include <optional>
 
+#include "accepted/digest.h"
 #include "accepted/stat_key.h"
 #include "documents/relative_path.h"
 #include "host/chunk_buffer.h"
@@ -39,24 +39,14 @@ void require_chunk_bytes(PyObject* chunk_bytes) {
   }
 }
 
-Reference new_digest() {
-  const Reference hashlib = global(names().hashlib);
-  return host::call_method(hashlib.get(), names().sha256);
-}
-
-void feed(const Reference& digest, const Reference& chunk) {
-  static_cast<void>(host::call_method(digest.get(), names().update, chunk));
-}
-
-Reference hexadecimal(const Reference& digest) {
-  return host::call_method(digest.get(), names().hexdigest);
-}
-
 // A buffer of one chunk, or of a little more than the file where that is less: the byte more shows
-// the end of the file in the same read.
+// the end of the file in the same read. A file that was empty and grows is still read in good
+// steps.
 host::AlignedMemory chunk_for(const FileStat& stat, std::int64_t chunk_bytes) {
+  constexpr std::int64_t least = 0x4000;
   const std::int64_t enough = stat.size < chunk_bytes ? stat.size + 1 : chunk_bytes;
-  return host::AlignedMemory(static_cast<std::size_t>(enough));
+  return host::AlignedMemory(
+      static_cast<std::size_t>(std::min(std::max(enough, least), chunk_bytes)));
 }
 
 // What the direct route has measured so far.
@@ -81,13 +71,13 @@ host::AlignedMemory first_chunk(DirectRoute& route, std::int64_t chunk_bytes, Me
 }
 
 // Feeds the file to `digest`, chunk by chunk. A chunk that was not filled is the last one.
-void consume(DirectRoute& route, std::int64_t chunk_bytes, const Reference& digest,
+void consume(DirectRoute& route, std::int64_t chunk_bytes, const accepted::Digest& digest,
              Measurement& measured) {
   std::size_t filled = 0;
   host::ChunkBuffer chunk(first_chunk(route, chunk_bytes, measured, filled));
   for (;;) {
     host::run_signal_handlers();
-    if (filled > 0) feed(digest, chunk.showing(filled));
+    if (filled > 0) digest.update(chunk.showing(filled));
     measured.actual_size.add(filled);
     if (filled < chunk.memory().size()) return;
     filled = system::read_full(route.file(), chunk.memory());
@@ -113,7 +103,7 @@ void prove(DirectRoute& route, Measurement& measured) {
 }
 
 FileIdentity hash_directly(DirectRoute& route, std::int64_t chunk_bytes) {
-  const Reference digest = new_digest();
+  const accepted::Digest digest;
   Measurement measured;
   host::guaranteed(
       [&] {
@@ -121,14 +111,17 @@ FileIdentity hash_directly(DirectRoute& route, std::int64_t chunk_bytes) {
         prove(route, measured);
       },
       [&] { route.close(); });
-  return {measured.final_stat, hexadecimal(digest)};
+  return {measured.final_stat, digest.hexdigest()};
 }
 
-// The size of a chunk as a plain number, if it fits one.
+// The size of a chunk as a plain number. A larger one than is of any use on the direct route, or
+// one that has operators of its own, is left to the file that is asked for it.
 std::optional<std::int64_t> plain_chunk_bytes(PyObject* chunk_bytes) {
+  constexpr long most = 0x4000000;
+  if (PyLong_CheckExact(chunk_bytes) == 0) return std::nullopt;
   int overflow = 0;
-  const long long value = PyLong_AsLongLongAndOverflow(chunk_bytes, &overflow);
-  if (overflow != 0 || value > std::numeric_limits<Py_ssize_t>::max()) return std::nullopt;
+  const long value = PyLong_AsLongAndOverflow(chunk_bytes, &overflow);
+  if (overflow != 0 || value > most) return std::nullopt;
   return value;
 }
 
@@ -190,11 +183,11 @@ Reference hash_open_regular_file(PyObject* self, const Arguments& arguments) {
   const FileStat source_stat = stat_open_file(file);
   if (!source_stat.is_regular()) throw not_a_regular_file(subject).in_words();
   static_cast<void>(host::call_method(file, names().seek, host::integer(std::int64_t{0})));
-  const Reference digest = new_digest();
+  const accepted::Digest digest;
   ByteCount actual_size;
   while (const Reference chunk = read_chunk(file, chunk_bytes.get())) {
     actual_size.add(chunk);
-    feed(digest, chunk);
+    digest.update(chunk);
   }
   const FileStat final_stat = stat_open_file(file);
   if (accepted::bound::stat_keys_differ(source_stat, final_stat) ||
@@ -203,7 +196,7 @@ Reference hash_open_regular_file(PyObject* self, const Arguments& arguments) {
   }
   const Reference final_key =
       accepted::bound::regular_file_stat_key(system::stat_result(final_stat).get());
-  Reference identity = accepted::make_file_identity(final_key.get(), hexadecimal(digest));
+  Reference identity = accepted::make_file_identity(final_key.get(), digest.hexdigest());
   through(self).assert_open_regular_file_identity(file, subject.path, subject.label,
                                                   identity.get());
   return identity;

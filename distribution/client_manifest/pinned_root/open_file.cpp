@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "host/interpreter_lock.h"
 #include "host/value.h"
 #include "system/calls.h"
 
@@ -16,6 +17,8 @@ system::FileStat stat_open_file(PyObject* file) {
 }
 
 Reference read_chunk(PyObject* file, PyObject* size) {
+  // As between any two steps of the host's own loop.
+  host::run_signal_handlers();
   Reference chunk = host::call_method(file, names().read, size);
   return host::is_true(chunk.get()) ? std::move(chunk) : Reference();
 }

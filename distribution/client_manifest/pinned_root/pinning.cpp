@@ -87,7 +87,7 @@ Reference open_directory_components(PyObject* /*type*/, const Arguments& argumen
   const int anchor = host::as_int(arguments[0]);
   const Reference components = take(PySequence_Tuple(arguments[1]));
   const FileNames below_anchor = FileNames::of(components.get());
-  const Subject subject{.label = arguments[2], .path = components.get()};
+  const Subject subject{.label = arguments[2], .components = components.get()};
   OwnedDescriptor opened =
       in_words([&] { return walk_from_anchor(anchor, below_anchor, subject); });
   return take(PyLong_FromLong(opened.release()));

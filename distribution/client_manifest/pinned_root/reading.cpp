@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <optional>
 #include <span>
 
 #include "accepted/stat_key.h"
@@ -42,21 +41,23 @@ Reference as_tuple(const Contents& contents) {
   return take(PyTuple_Pack(2, contents.bytes.get(), contents.stat.get()));
 }
 
-// Reads to the end of the file into memory that grows with it; `expected` is a first guess.
+// Reads to the end of the file into memory that grows with it.
 class WholeFile {
  public:
-  explicit WholeFile(std::int64_t expected)
-      // One byte more than expected shows the end of the file without growing.
-      : capacity_(static_cast<std::size_t>(expected) + 1),
-        memory_(std::make_unique_for_overwrite<std::byte[]>(capacity_)) {}
+  // Makes room for as much as the file seems to hold. One byte more shows its end without growing.
+  void expect(std::int64_t size) {
+    capacity_ = static_cast<std::size_t>(std::max(size, kLeast)) + 1;
+    memory_ = std::make_unique_for_overwrite<std::byte[]>(capacity_);
+  }
 
   void read(int descriptor) {
     for (;;) {
-      const std::size_t room = capacity_ - size_;
-      const std::size_t count = system::read_full(descriptor, {memory_.get() + size_, room});
+      const std::size_t step = std::min(capacity_ - size_, kStep);
+      const std::size_t count = system::read_full(descriptor, {memory_.get() + size_, step});
       size_ += count;
-      if (count < room) return;
-      grow();
+      if (count < step) return;
+      host::run_signal_handlers();
+      if (size_ == capacity_) grow();
     }
   }
 
@@ -67,6 +68,10 @@ class WholeFile {
   }
 
  private:
+  static constexpr std::int64_t kLeast = 0x4000;
+  // How much is read between two looks at pending signals.
+  static constexpr std::size_t kStep = 0x1000000;
+
   void grow() {
     auto larger = std::make_unique_for_overwrite<std::byte[]>(capacity_ * 2);
     std::copy_n(memory_.get(), size_, larger.get());
@@ -74,30 +79,30 @@ class WholeFile {
     capacity_ *= 2;
   }
 
-  std::size_t capacity_;
+  std::size_t capacity_ = 0;
   std::size_t size_ = 0;
   std::unique_ptr<std::byte[]> memory_;
 };
 
 Contents read_directly(DirectRoute& route) {
-  std::optional<WholeFile> whole;
+  WholeFile whole;
   FileStat final_stat;
   route.run([&] {
     route.open();
     const FileStat source_stat = route.look();
     if (!source_stat.is_regular()) throw not_a_regular_file(route.subject());
-    whole.emplace(source_stat.size);
-    whole->read(route.file());
+    whole.expect(source_stat.size);
+    whole.read(route.file());
     final_stat = route.look();
     ByteCount actual_size;
-    actual_size.add(whole->size());
+    actual_size.add(whole.size());
     if (!system::same_key(source_stat, final_stat) || !actual_size.is(final_stat.size)) {
       throw changed_while_read(route.subject());
     }
     route.prove_path(final_stat);
     route.prove_root();
   });
-  return {whole->bytes(), system::stat_result(final_stat)};
+  return {whole.bytes(), system::stat_result(final_stat)};
 }
 
 constexpr host::Signature kReadOpenSignature{

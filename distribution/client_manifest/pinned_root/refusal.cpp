@@ -12,9 +12,9 @@ using host::Error;
 using host::Reference;
 
 Error worded(const Wording& wording, const Subject& subject) {
-  if (subject.path == nullptr) return {wording.kind, host::text(wording.words)};
-  const Reference path = PyTuple_Check(subject.path) != 0 ? host::joined("/", subject.path)
-                                                          : Reference::acquire(subject.path);
+  const Reference path = subject.components != nullptr ? host::joined("/", subject.components)
+                                                       : Reference::acquire(subject.path);
+  if (!path) return {wording.kind, host::text(wording.words)};
   if (subject.label == nullptr) return {wording.kind, host::text(wording.words, path)};
   return {wording.kind, host::text(subject.label, wording.words, path)};
 }

@@ -15,7 +15,8 @@ namespace client_manifest::pinned_root {
 // are formatted only when something is refused.
 struct Subject {
   PyObject* label = nullptr;
-  PyObject* path = nullptr;  // a text, or a tuple of components that are shown joined by "/"
+  PyObject* path = nullptr;
+  PyObject* components = nullptr;  // in the place of a path: shown joined by "/"
 };
 
 // An exception in words: "{label}{words}{path}", without what the subject lacks.

@@ -12,6 +12,8 @@ namespace {
 using host::Reference;
 using host::take;
 
+PyObject* stat_result_type = nullptr;  // lives as long as the process
+
 constexpr std::int64_t kNanosecondsInASecond = 1'000'000'000;
 
 Reference seconds_as_float(const Timestamp& time) {
@@ -29,6 +31,11 @@ Reference owner(std::uint64_t id) {
 }
 
 }  // namespace
+
+void record_stat_result_type() {
+  const Reference os = take(PyImport_ImportModule("os"));
+  stat_result_type = take(PyObject_GetAttrString(os.get(), "stat_result")).release();
+}
 
 Reference nanoseconds(const Timestamp& time) {
   constexpr std::int64_t most = INT64_MAX / kNanosecondsInASecond - 1;
@@ -69,9 +76,7 @@ Reference stat_result(const FileStat& stat) {
   put(named, "st_blksize", host::integer(stat.block_size));
   put(named, "st_blocks", host::integer(stat.blocks));
   put(named, "st_rdev", host::integer(stat.special_device));
-  const Reference os = take(PyImport_ImportModule("os"));
-  const Reference type = take(PyObject_GetAttrString(os.get(), "stat_result"));
-  return host::call(type, sequence, named);
+  return host::call(Reference::acquire(stat_result_type), sequence, named);
 }
 
 }  // namespace client_manifest::system

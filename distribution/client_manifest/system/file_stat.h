@@ -50,6 +50,9 @@ struct FileStat {
 // Nanoseconds since the epoch as a host integer, which has room for any timestamp.
 [[nodiscard]] host::Reference nanoseconds(const Timestamp& time);
 
+// Takes up the host's type of stat results; once, at load.
+void record_stat_result_type();
+
 // The host's `os.stat_result` with these fields.
 [[nodiscard]] host::Reference stat_result(const FileStat& stat);
 

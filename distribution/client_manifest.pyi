@@ -1,0 +1,472 @@
+"""Shared client-manifest validation and local metadata helpers.
+
+A distribution is a manifest (`manifest.json`), a signals-index sidecar whose path holds its own
+SHA-256, and the files that the two list. Validators judge values in memory and repair nothing;
+all reads go through a `PinnedRoot`. Failures are exceptions in fixed words: the first check that
+fails ends the call.
+
+A root is `str` or `os.PathLike[str]`. A relative path is `str` in the one spelling that
+`validate_manifest_relative_path` accepts. A `label` is the caller's own text; it begins the
+messages of the call. Sizes are bytes, times are nanoseconds, digests are 64 lower-case
+hexadecimal characters.
+"""
+
+import io
+import os
+import re
+from collections.abc import Mapping
+from dataclasses import dataclass
+from pathlib import Path
+from types import TracebackType
+from typing import Any, Final, Literal, Protocol, Self, type_check_only
+
+# What is asked of a file; these names exist for type checkers alone, the module does not bind them.
+
+@type_check_only
+class _HasFileno(Protocol):
+    """An open file whose descriptor can be asked for; it stays the file's own."""
+
+    def fileno(self) -> int: ...
+
+@type_check_only
+class _OpenFile(_HasFileno, Protocol):
+    """An open binary file; `read` gives at most `size` bytes, and none at the end."""
+
+    def read(self, size: int, /) -> bytes: ...
+
+@type_check_only
+class _SeekableOpenFile(_OpenFile, Protocol):
+    """An open binary file that can go back to its start; what `seek` returns is not used."""
+
+    def seek(self, offset: int, /) -> object: ...
+
+_SIGNALS_INDEX_SECTIONS: Final[
+    tuple[Literal["found_signals"], Literal["found_strategies"], Literal["useful_signals"]]
+]
+_LEGACY_SIGNALS_INDEX_PATH: Final = "signals_index.json"
+_SIGNALS_INDEX_PATH_RE: Final[re.Pattern[str]]
+_SHA256_RE: Final[re.Pattern[str]]
+
+class _DuplicateJsonObjectKeyError(ValueError):
+    """Internal marker preserving duplicate-key context across ``json.loads``.
+
+    Its one argument is the repeated key. Callers meet it only as the `__cause__` of a
+    `StrictJsonError`.
+    """
+
+class StrictJsonError(ValueError):
+    """Untrusted JSON bytes are ambiguous, malformed, or the wrong shape.
+
+    Raised for invalid UTF-8, invalid JSON, a key twice in one object, a non-finite constant, and
+    a top level that is not an object. The message is its one argument.
+    """
+
+class ManifestJsonError(StrictJsonError):
+    """The full distribution manifest bytes are ambiguous or malformed.
+
+    Raised by `parse_distribution_manifest_bytes` in place of a `StrictJsonError`, with the same
+    text. The `StrictJsonError` is its `__cause__`.
+    """
+
+def _object_without_duplicate_keys(pairs: list[tuple[str, Any]]) -> dict[str, Any]:
+    """The pairs as a new dict, in order; a repeated key raises `_DuplicateJsonObjectKeyError`."""
+
+def _reject_nonfinite_json_constant(value: str) -> None:
+    """Never returns: raises `StrictJsonError` that names the constant, without a label."""
+
+def parse_strict_json_object_bytes(payload: bytes, *, label: str) -> dict[str, Any]:
+    """Parse one untrusted UTF-8 JSON object without ambiguous JSON values.
+
+    In: the whole document as `bytes`; a `bytearray` or `memoryview` is refused.
+    Out: a new dict in document order. Values are those of `json.loads`: dict, list, str, int,
+    float, bool, None.
+    Raises `TypeError` if `payload` is not bytes, and `StrictJsonError` for all that makes the
+    document unfit. A document nested too deep gives the host's `RecursionError`.
+    """
+
+def parse_distribution_manifest_bytes(
+    manifest_bytes: bytes, *, label: str = "manifest.json"
+) -> dict[str, Any]:
+    """Parse exact full-distribution manifest bytes through the SDK authority.
+
+    In and out as for `parse_strict_json_object_bytes`. Nothing in the manifest is judged here
+    beyond its being one strict JSON object.
+    Raises `ManifestJsonError` where that function raises `StrictJsonError`, and its `TypeError`
+    as it is.
+    """
+
+def parse_canonical_signals_index_bytes(
+    payload: bytes, *, label: str = "signals_index.json"
+) -> dict[str, Any]:
+    """Parse the producer's exact canonical five-field signals-index bytes.
+
+    Out: the parsed dict with `era_number` and `market_id` (int, above 0) and the sections
+    `found_signals`, `found_strategies` and `useful_signals` (dict). Sections are not looked into.
+    Raises `TypeError` and `StrictJsonError` as `parse_strict_json_object_bytes` does, and
+    `ValueError` if an identity or a section is missing or of another type, or if `payload` is
+    not byte for byte what `json.dumps(..., sort_keys=True, allow_nan=False)` writes.
+    """
+
+def validate_manifest_relative_path(relative_path: object) -> str:
+    """Return an exact relative POSIX path without repairing aliases.
+
+    Out: the object that came in. The disk is not touched.
+    Raises `TypeError` if it is not `str`. Raises `ValueError` if it is empty, has whitespace at
+    an end, begins or ends with "/", begins with a drive prefix, holds a backslash or a NUL, or
+    has an empty, "." or ".." segment.
+    """
+
+@dataclass(frozen=True)
+class AcceptedDistributionSet:
+    """One manifest/sidecar membership set proven by exact metadata.
+
+    `signals_index_path` is the sidecar's relative path, `signals_index_document` the dict parsed
+    from its bytes. `membership_paths` holds every membership path once, in ascending order.
+    `validate_accepted_distribution_set` makes these records. The dict is not copied, and makes
+    `hash()` of a record raise `TypeError`.
+    """
+
+    signals_index_path: str
+    signals_index_document: dict[str, Any]
+    membership_paths: tuple[str, ...]
+
+@dataclass(frozen=True)
+class LoadedAcceptedDistributionSet:
+    """Manifest closure authenticated in one pinned-root transaction.
+
+    `manifest` is the dict parsed from "manifest.json" or the caller's own. `manifest_bytes` is
+    what was read from that file, or None if the caller gave `manifest`. `signals_index_bytes` is
+    the sidecar, whole. No member's content is held, and nothing is open.
+    The dicts are not copied, and make `hash()` of a record raise `TypeError`.
+    """
+
+    manifest: dict[str, Any]
+    manifest_bytes: bytes | None
+    signals_index_bytes: bytes
+    accepted: AcceptedDistributionSet
+
+    @property
+    def signals_index_path(self) -> str:
+        """The field of that name of `accepted`: the sidecar's relative path."""
+
+    @property
+    def signals_index_document(self) -> dict[str, Any]:
+        """The field of that name of `accepted`: the same dict, not a copy."""
+
+    @property
+    def membership_paths(self) -> tuple[str, ...]:
+        """The field of that name of `accepted`: every membership path, ascending."""
+
+@dataclass(frozen=True)
+class ContainedFileIdentity:
+    """One stable descriptor-pinned regular-file identity and content hash.
+
+    `size_bytes` is in bytes; `sha256` is 64 lower-case hexadecimal characters; `device` and
+    `inode` are the file's; `mtime_ns` and `ctime_ns` are in nanoseconds.
+    The hashing methods of `PinnedRoot` make these records. Made by hand, a record is not
+    checked. Records with equal fields are equal and hash alike.
+    """
+
+    size_bytes: int
+    sha256: str
+    device: int
+    inode: int
+    mtime_ns: int
+    ctime_ns: int
+
+    @property
+    def stat_key(self) -> tuple[int, int, int, int, int]:
+        """(`size_bytes`, `mtime_ns`, `ctime_ns`, `device`, `inode`), in this order.
+
+        Two observations are of one unchanged file exactly when their stat keys are equal.
+        """
+
+def _stat_nanoseconds(file_stat: os.stat_result, field: str) -> int:
+    """The time `field`, such as "st_mtime", in nanoseconds; from `field` + "_ns" if it is there."""
+
+def _regular_file_stat_key(file_stat: os.stat_result) -> tuple[int, int, int, int, int]:
+    """(size in bytes, mtime and ctime in nanoseconds, device, inode)."""
+
+def _require_positive_identity(value: object, *, label: str) -> int:
+    """`value`, if it is an int above 0 and no bool; otherwise raises `ValueError`."""
+
+def _require_nonnegative_size(value: object, *, relative_path: str) -> int:
+    """`value`, if it is an int of at least 0 and no bool; otherwise raises `ValueError`."""
+
+def _require_sha256(value: object, *, relative_path: str) -> str:
+    """`value`, if it is a digest of 64 lower-case digits; otherwise raises `ValueError`."""
+
+def _validate_entry_bytes(
+    entry: Mapping[str, Any], *, relative_path: str, payload: bytes, label: str
+) -> None:
+    """Measures `payload` and holds it against the entry's `size_bytes` and `sha256`.
+
+    Raises `TypeError` if `payload` is not bytes, otherwise as `_validate_entry_digest` does.
+    """
+
+def _validate_entry_digest(
+    entry: Mapping[str, Any],
+    *,
+    relative_path: str,
+    actual_size: int,
+    actual_sha: str,
+    label: str,
+) -> None:
+    """Holds a measured size and digest against the entry's `size_bytes` and `sha256`.
+
+    Raises `ValueError` if a value of the entry is malformed or differs, the size first.
+    """
+
+def validate_signals_index_manifest_declaration(manifest: dict[str, Any]) -> str:
+    """Return the sole canonical content-addressed sidecar declaration.
+
+    In: a parsed manifest, which is not changed.
+    Out: the sidecar's relative path, `_control/signals_index.<sha256>.json`. The sidecar itself
+    is not read.
+    Raises `TypeError` if `manifest` is not a dict or one of its paths is not `str`, and
+    `ValueError` if the declaration is missing, retired, malformed, ambiguous, or not the same in
+    every place that speaks of it.
+    """
+
+def _found_pnl_path_section(
+    relative_path: str,
+) -> Literal["found_signals", "found_strategies", "useful_signals"] | None:
+    """The section whose profit-and-loss files have paths of this form, or None."""
+
+def _membership_references(document: Mapping[str, Any]) -> tuple[tuple[str, str], ...]:
+    """Every (membership path, section) of a signals index, ascending.
+
+    Raises `ValueError` for a section or membership of another shape and for a path given twice,
+    and as `validate_manifest_relative_path` does.
+    """
+
+def validate_accepted_distribution_set(
+    manifest: dict[str, Any],
+    signals_index_bytes: bytes,
+    *,
+    membership_payloads: Mapping[str, bytes] | None = None,
+) -> AcceptedDistributionSet:
+    """Validate the one SDK accepted set without reading or repairing paths.
+
+    In: a parsed manifest, the sidecar's bytes, and, if given, every member's bytes by membership
+    path, no more and no fewer. The inputs are not changed; the disk is not touched.
+    Raises `ValueError` if declaration, sidecar, market, era, a member's entry or a member's bytes
+    do not agree, in its subclass `StrictJsonError` if the sidecar is no strict JSON object;
+    `TypeError` if an argument or a path in a document has the wrong type.
+    """
+
+class PinnedRoot:
+    """Pin one real non-symlink directory for descriptor-relative local I/O.
+
+    An instance owns its descriptors from the pin to `close()`; there is no finaliser, so use it in
+    a `with` block. Contained paths are walked one segment at a time and no link is followed. What
+    is read counts only after proofs that descriptor, path and root stayed the same. On a closed
+    root, operations raise `RuntimeError`. No lock is held: do not close a root that another thread
+    is using. This is the class for this platform, chosen when the module is loaded.
+    """
+
+    path: Path
+    _descriptor: int | None
+    _anchor_descriptor: int | None
+    _anchor_components: tuple[str, ...]
+    _contained_root_label: str | None
+
+    def __init__(self, root: str | os.PathLike[str], *, create: bool = False) -> None:
+        """Pins the directory `root`, made absolute without a look at the disk.
+
+        With `create`, missing directories of the path are made with the mode 0o755.
+        Raises `FileNotFoundError` if a segment is missing, `ValueError` if one is a symlink or no
+        directory, `NotImplementedError` if the platform cannot refuse links. Any other failure of
+        a system call is an `OSError`.
+        """
+
+    def __enter__(self) -> Self:
+        """Gives the root itself and checks nothing."""
+
+    def __exit__(
+        self,
+        _exc_type: type[BaseException] | None,
+        _exc: BaseException | None,
+        _traceback: TracebackType | None,
+    ) -> None:
+        """Proves the root unless it is closed, then closes it whatever the proof did.
+
+        Raises as `assert_root_unchanged` does, also after a block that ended normally. Suppresses
+        no exception of the block.
+        """
+
+    def close(self) -> None:
+        """Closes the descriptors of this root alone, without a proof.
+
+        A second call does nothing. The root counts as closed even if a close fails; that failure
+        is an `OSError`. Roots opened beneath this one, and files opened by it, stay open.
+        """
+
+    def assert_root_unchanged(self) -> None:
+        """Require the configured path to still name the pinned directory inode.
+
+        Walks again from "/", or from its own anchor for a contained root, and compares device and
+        inode. Raises `ValueError` if the walk fails or leads elsewhere, and `RuntimeError` if the
+        walk succeeds but the root is closed.
+        """
+
+    def open_contained_root(self, relative_path: str, *, label: str) -> Self:
+        """Pin an independently owned directory beneath this root.
+
+        Out: a new root of this instance's own type, which the caller closes. It outlives this one.
+        Proves this root before and the new one after the pin. Raises `FileNotFoundError` if a
+        segment is missing; `ValueError` if one is a symlink or no directory, if a proof fails, or
+        for an unfit path; `TypeError` for a path that is not `str`; `RuntimeError` if closed.
+        """
+
+    def read_regular_file(self, relative_path: str, *, label: str) -> bytes:
+        """All bytes of one contained regular file, after the proofs of descriptor, path and root.
+
+        There is no upper limit on the size. Raises `FileNotFoundError` if the file or a parent is
+        missing; `ValueError` for a symlink, a file that is not regular, a change on the way or an
+        unfit path; `TypeError` for a path that is not `str`; `RuntimeError` if closed. Opening
+        a FIFO waits for a writer.
+        """
+
+    def read_regular_file_with_stat(
+        self, relative_path: str, *, label: str
+    ) -> tuple[bytes, os.stat_result]:
+        """All bytes of one contained regular file, and the stat result taken after the last read.
+
+        Raises as `read_regular_file` does.
+        """
+
+    def _read_open_regular_file_with_stat(
+        self, file: _OpenFile, relative_path: str, *, label: str
+    ) -> tuple[bytes, os.stat_result]:
+        """Read all bytes and re-prove the consumed descriptor, path, and root.
+
+        Reads from the position of `file`, which the caller keeps and closes. `relative_path` is
+        not validated. Raises `ValueError` if `file` is not regular, if fewer or more bytes came
+        than its size, or if a proof fails.
+        """
+
+    def read_regular_file_if_present(self, relative_path: str, *, label: str) -> bytes | None:
+        """The same as `read_regular_file`, or None if the file or a parent is missing.
+
+        Only absence gives None: a dangling symlink, or a file that goes missing once it is open,
+        raises `ValueError`.
+        """
+
+    def hash_regular_file(
+        self, relative_path: str, *, label: str, chunk_bytes: int = 1048576
+    ) -> ContainedFileIdentity:
+        """Hash one stable regular-file identity through a bounded stream.
+
+        Holds at most `chunk_bytes` bytes of the file at a time. Raises as `hash_open_regular_file`
+        does, and as `open_regular_file_for_read` does: a missing file gives the `FileNotFoundError`
+        of the system.
+        """
+
+    def hash_open_regular_file(
+        self,
+        file: _SeekableOpenFile,
+        relative_path: str,
+        *,
+        label: str,
+        chunk_bytes: int = 1048576,
+    ) -> ContainedFileIdentity:
+        """Hash an already-open contained file without reopening its path.
+
+        Reads `file` from its start and leaves it at its end; the caller keeps and closes it. Then
+        proves descriptor, path and root. Raises `TypeError` if `chunk_bytes` is a bool or no int,
+        `ValueError` if it is not above 0; `ValueError` if the file is not regular or a proof
+        fails; `FileNotFoundError` if a parent has gone; the path's own `TypeError` or `ValueError`.
+        """
+
+    def assert_open_regular_file_identity(
+        self,
+        file: _HasFileno,
+        relative_path: str,
+        *,
+        label: str,
+        identity: ContainedFileIdentity,
+    ) -> None:
+        """Recheck one consumed descriptor against its contained path and root.
+
+        Compares the stat key of `file`, and then that of the path, with `identity.stat_key`. The
+        content is not read again and `identity.sha256` is not looked at. `file` stays the caller's.
+        Raises `ValueError` if anything differs, `FileNotFoundError` if a parent has gone, and
+        the path's own `TypeError` or `ValueError`.
+        """
+
+    def stat_regular_file(self, relative_path: str, *, label: str) -> os.stat_result:
+        """Return one descriptor/path/root-stable regular-file stat result.
+
+        Opens the file, takes the result from its descriptor, then proves path and root. Raises as
+        `open_regular_file_for_read` does, and `ValueError` if a proof fails.
+        """
+
+    def open_regular_file_for_read(self, relative_path: str, *, label: str) -> io.BufferedReader:
+        """Open one contained regular file for streaming descriptor-pinned reads.
+
+        Out: a buffered binary reader that owns its descriptor; the caller closes it. Nothing is
+        proved yet: see `assert_open_regular_file_identity`. Raises `FileNotFoundError` if the file
+        or a parent is missing; `ValueError` for a symlink, a file that is not regular or an unfit
+        path; `TypeError` for a path that is not `str`; `RuntimeError` if closed. Opening a FIFO
+        waits for a writer.
+        """
+
+    @staticmethod
+    def _assert_replaceable_leaf(
+        parent_descriptor: int, name: str, *, safe_path: str, allow_replace: bool
+    ) -> None:
+        """Returns if `name` is absent, or is a regular file and `allow_replace` is true.
+
+        Raises `ValueError` if it is anything but a regular file, otherwise `FileExistsError`.
+        """
+
+    def _assert_path_matches_regular_file(
+        self, relative_path: str, *, label: str, expected_stat: os.stat_result
+    ) -> None:
+        """Require the current contained path to retain the opened file identity.
+
+        Walks afresh and compares stat keys. Raises `ValueError` if the leaf has gone, is not
+        regular or differs, and as `_open_parent` does.
+        """
+
+    def _open_parent(self, relative_path: str, *, label: str, create: bool) -> tuple[int, str]:
+        """(descriptor of the parent directory, which the caller closes; name of the leaf).
+
+        The leaf is not touched. With `create`, missing parents are made with the mode 0o755.
+        Raises `FileNotFoundError` for a missing parent, `ValueError` for a symlink or a parent that
+        is no directory, and `RuntimeError` if closed.
+        """
+
+    @classmethod
+    def _open_absolute_directory(cls, path: Path, *, create: bool) -> int:
+        """A descriptor of the absolute directory `path`, which the caller closes."""
+
+    @staticmethod
+    def _open_directory_components(
+        anchor_descriptor: int, components: tuple[str, ...], *, label: str
+    ) -> int:
+        """A descriptor of the directory beneath the anchor, which the caller closes.
+
+        The anchor stays the caller's. No components give a duplicate of it.
+        """
+
+    def _require_descriptor(self) -> int:
+        """The descriptor that this root holds and keeps; raises `RuntimeError` if closed."""
+
+_PosixPinnedRoot = PinnedRoot
+
+def _pinned_root_class(platform_name: str | None = None) -> type[PinnedRoot]:
+    """The class for the platform `platform_name`, or for `os.name` if it is None."""
+
+def load_accepted_distribution_set(
+    root: str | os.PathLike[str], *, manifest: dict[str, Any] | None = None
+) -> LoadedAcceptedDistributionSet:
+    """Authenticate manifest, sidecar, and membership streams under one root pin.
+
+    In: the distribution's directory. With `manifest`, "manifest.json" is not read. Members are
+    hashed in chunks of 1048576 bytes. The root is pinned, proved and closed within the call.
+    Raises what `PinnedRoot` and its reads raise; `ManifestJsonError` for bad manifest bytes;
+    `TypeError` if `manifest` is not a dict; `ValueError` if a retired "signals_index.json"
+    exists or a member differs from its entry; else as `validate_accepted_distribution_set` does.
+    """
