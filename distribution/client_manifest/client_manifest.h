@@ -148,6 +148,16 @@ struct Keywords {
 // What the module's `name` is bound to now; the host's NameError if it is not bound.
 [[nodiscard]] host::Reference global(PyObject* name);
 
+// Calls what the module's `name` is bound to now, with the last arguments by keyword where
+// `keywords` names them; straight to `native` while that is `own`, our operation of that name.
+template <class Native, class... Arguments>
+[[nodiscard]] host::Reference call_bound(PyObject* name, const host::Operation& own, Native native,
+                                         PyObject* keywords, Arguments... arguments) {
+  const host::Reference now = global(name);
+  return own.is(now.get()) ? native(arguments...)
+                           : host::call_with_keywords(now, keywords, arguments...);
+}
+
 // Whether `value` is what the load has bound to `name`: as long as it is, a direct route may stand
 // in for what the host would do with it.
 [[nodiscard]] bool is_as_loaded(PyObject* name, const host::Reference& value);

@@ -133,10 +133,9 @@ Reference validate_signals_index_manifest_declaration(PyObject* manifest) {
 namespace bound {
 
 Reference validate_signals_index_manifest_declaration(PyObject* manifest) {
-  const Reference now = global(names().validate_signals_index_manifest_declaration);
-  return kValidateSignalsIndexManifestDeclaration.is(now.get())
-             ? accepted::validate_signals_index_manifest_declaration(manifest)
-             : host::call(now, manifest);
+  return call_bound(names().validate_signals_index_manifest_declaration,
+                    kValidateSignalsIndexManifestDeclaration,
+                    &accepted::validate_signals_index_manifest_declaration, nullptr, manifest);
 }
 
 }  // namespace bound

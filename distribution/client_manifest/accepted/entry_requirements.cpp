@@ -76,24 +76,19 @@ Reference require_sha256(PyObject* value, PyObject* relative_path) {
 namespace bound {
 
 Reference require_positive_identity(PyObject* value, PyObject* label) {
-  const Reference now = global(names()._require_positive_identity);
-  return kRequirePositiveIdentity.is(now.get())
-             ? accepted::require_positive_identity(value, label)
-             : host::call_with_keywords(now, keywords().label, value, label);
+  return call_bound(names()._require_positive_identity, kRequirePositiveIdentity,
+                    &accepted::require_positive_identity, keywords().label, value, label);
 }
 
 Reference require_nonnegative_size(PyObject* value, PyObject* relative_path) {
-  const Reference now = global(names()._require_nonnegative_size);
-  return kRequireNonnegativeSize.is(now.get())
-             ? accepted::require_nonnegative_size(value, relative_path)
-             : host::call_with_keywords(now, keywords().relative_path, value, relative_path);
+  return call_bound(names()._require_nonnegative_size, kRequireNonnegativeSize,
+                    &accepted::require_nonnegative_size, keywords().relative_path, value,
+                    relative_path);
 }
 
 Reference require_sha256(PyObject* value, PyObject* relative_path) {
-  const Reference now = global(names()._require_sha256);
-  return kRequireSha256.is(now.get())
-             ? accepted::require_sha256(value, relative_path)
-             : host::call_with_keywords(now, keywords().relative_path, value, relative_path);
+  return call_bound(names()._require_sha256, kRequireSha256, &accepted::require_sha256,
+                    keywords().relative_path, value, relative_path);
 }
 
 }  // namespace bound

@@ -127,15 +127,13 @@ Reference membership_references(PyObject* document) {
 namespace bound {
 
 Reference found_pnl_path_section(PyObject* relative_path) {
-  const Reference now = global(names()._found_pnl_path_section);
-  return kFoundPnlPathSection.is(now.get()) ? accepted::found_pnl_path_section(relative_path)
-                                            : host::call(now, relative_path);
+  return call_bound(names()._found_pnl_path_section, kFoundPnlPathSection,
+                    &accepted::found_pnl_path_section, nullptr, relative_path);
 }
 
 Reference membership_references(PyObject* document) {
-  const Reference now = global(names()._membership_references);
-  return kMembershipReferences.is(now.get()) ? accepted::membership_references(document)
-                                             : host::call(now, document);
+  return call_bound(names()._membership_references, kMembershipReferences,
+                    &accepted::membership_references, nullptr, document);
 }
 
 bool is_mapping(PyObject* value) {

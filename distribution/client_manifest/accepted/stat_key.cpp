@@ -29,9 +29,8 @@ Reference attribute_or(PyObject* object, PyObject* name, PyObject* fallback) {
 }
 
 Reference call_stat_nanoseconds(PyObject* file_stat, PyObject* field) {
-  const Reference now = global(names()._stat_nanoseconds);
-  return kStatNanoseconds.is(now.get()) ? stat_nanoseconds(file_stat, field)
-                                        : host::call(now, file_stat, field);
+  return call_bound(names()._stat_nanoseconds, kStatNanoseconds, &stat_nanoseconds, nullptr,
+                    file_stat, field);
 }
 
 }  // namespace
@@ -65,9 +64,8 @@ bool has_own_stat_key() {
 }
 
 Reference regular_file_stat_key(PyObject* file_stat) {
-  const Reference now = global(names()._regular_file_stat_key);
-  return kRegularFileStatKey.is(now.get()) ? accepted::regular_file_stat_key(file_stat)
-                                           : host::call(now, file_stat);
+  return call_bound(names()._regular_file_stat_key, kRegularFileStatKey,
+                    &accepted::regular_file_stat_key, nullptr, file_stat);
 }
 
 bool stat_keys_differ(const system::FileStat& one, const system::FileStat& other) {

@@ -125,10 +125,8 @@ constinit const Operation kValidateManifestRelativePath = Operation::of<kSignatu
 namespace bound {
 
 Reference validate_manifest_relative_path(PyObject* relative_path) {
-  const Reference now = global(names().validate_manifest_relative_path);
-  return kValidateManifestRelativePath.is(now.get())
-             ? documents::validate_manifest_relative_path(relative_path)
-             : host::call(now, relative_path);
+  return call_bound(names().validate_manifest_relative_path, kValidateManifestRelativePath,
+                    &documents::validate_manifest_relative_path, nullptr, relative_path);
 }
 
 }  // namespace bound

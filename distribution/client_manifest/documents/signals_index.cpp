@@ -84,10 +84,9 @@ Reference parse_canonical_signals_index_bytes(PyObject* payload, PyObject* label
 namespace bound {
 
 Reference parse_canonical_signals_index_bytes(PyObject* payload, PyObject* label) {
-  const Reference now = global(names().parse_canonical_signals_index_bytes);
-  return kParseCanonicalSignalsIndexBytes.is(now.get())
-             ? documents::parse_canonical_signals_index_bytes(payload, label)
-             : host::call_with_keywords(now, keywords().label, payload, label);
+  return call_bound(names().parse_canonical_signals_index_bytes, kParseCanonicalSignalsIndexBytes,
+                    &documents::parse_canonical_signals_index_bytes, keywords().label, payload,
+                    label);
 }
 
 }  // namespace bound

@@ -94,17 +94,14 @@ Reference parse_distribution_manifest_bytes(PyObject* manifest_bytes, PyObject* 
 namespace bound {
 
 Reference parse_strict_json_object_bytes(PyObject* payload, PyObject* label) {
-  const Reference now = global(names().parse_strict_json_object_bytes);
-  return kParseStrictJsonObjectBytes.is(now.get())
-             ? documents::parse_strict_json_object_bytes(payload, label)
-             : host::call_with_keywords(now, keywords().label, payload, label);
+  return call_bound(names().parse_strict_json_object_bytes, kParseStrictJsonObjectBytes,
+                    &documents::parse_strict_json_object_bytes, keywords().label, payload, label);
 }
 
 Reference parse_distribution_manifest_bytes(PyObject* manifest_bytes, PyObject* label) {
-  const Reference now = global(names().parse_distribution_manifest_bytes);
-  return kParseDistributionManifestBytes.is(now.get())
-             ? documents::parse_distribution_manifest_bytes(manifest_bytes, label)
-             : host::call_with_keywords(now, keywords().label, manifest_bytes, label);
+  return call_bound(names().parse_distribution_manifest_bytes, kParseDistributionManifestBytes,
+                    &documents::parse_distribution_manifest_bytes, keywords().label, manifest_bytes,
+                    label);
 }
 
 }  // namespace bound
