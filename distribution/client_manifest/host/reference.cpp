@@ -5,8 +5,7 @@
 
 namespace client_manifest::host {
 
-void Reference::give_up(PyObject* object) noexcept {
-  if (is_given_up()) return;
+void Reference::give_up_last(PyObject* object) noexcept {
   try {
     Py_DECREF(object);
   } catch (...) {

@@ -8,7 +8,7 @@
 
 #include <utility>
 
-#include "host/python.h"
+#include "host/shutdown.h"
 
 namespace client_manifest::host {
 
@@ -24,7 +24,12 @@ class Reference {
     return *this;
   }
   ~Reference() {
-    if (object_ != nullptr) give_up(object_);
+    if (object_ == nullptr || is_given_up()) return;
+    if (Py_REFCNT(object_) > 1) {
+      Py_DECREF(object_);
+    } else {
+      give_up_last(object_);
+    }
   }
 
   [[nodiscard]] static Reference steal(PyObject* object) noexcept { return Reference(object); }
@@ -37,8 +42,8 @@ class Reference {
   explicit operator bool() const noexcept { return object_ != nullptr; }
 
  private:
-  // Lets the reference go; what runs then is foreign code.
-  static void give_up(PyObject* object) noexcept;
+  // Ends the object; what runs then can be foreign code.
+  static void give_up_last(PyObject* object) noexcept;
 
   explicit Reference(PyObject* object) noexcept : object_(object) {}
 

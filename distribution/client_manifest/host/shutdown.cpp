@@ -6,8 +6,7 @@
 
 namespace client_manifest::host {
 
-bool is_given_up() noexcept {
-  if (_Py_IsFinalizing() == 0) return false;
+bool is_given_up_while_finalising() noexcept {
   const PyThreadState* const holder = _PyThreadState_UncheckedGet();
   return holder == nullptr || holder->thread_id != PyThread_get_thread_ident();
 }

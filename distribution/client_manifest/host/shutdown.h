@@ -12,7 +12,10 @@ namespace client_manifest::host {
 
 // Whether the host has given the calling thread up. The thread that shuts the host down is not: it
 // runs finalisers, which may use the module.
-[[nodiscard]] bool is_given_up() noexcept;
+[[nodiscard]] bool is_given_up_while_finalising() noexcept;
+[[nodiscard]] inline bool is_given_up() noexcept {
+  return _Py_IsFinalizing() != 0 && is_given_up_while_finalising();
+}
 
 [[noreturn]] void park_thread() noexcept;
 
