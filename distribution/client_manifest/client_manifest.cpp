@@ -80,6 +80,7 @@ host::Reference global(PyObject* name) {
 }
 
 bool is_as_loaded(PyObject* name, const host::Reference& value) {
+  if (loaded_bindings == nullptr) return false;  // the load is under way
   PyObject* const loaded = PyDict_GetItemWithError(loaded_bindings, name);
   if (loaded == nullptr && PyErr_Occurred() != nullptr) throw host::Error::fetch();
   return loaded == value.get();
@@ -88,18 +89,20 @@ bool is_as_loaded(PyObject* name, const host::Reference& value) {
 void record_bindings() { loaded_bindings = host::take(PyDict_Copy(module_dictionary)).release(); }
 
 void record_module(PyObject* module) {
-  if (interned.os == nullptr) {
+  static bool names_are_made = false;
+  if (!names_are_made) {
     make_keywords();
     make_names();
+    names_are_made = true;
   }
-  // Held for good: what the load has made may be used for as long as the process lives.
+  // Held for good: what the load has made may be used for as long as the process lives. That goes
+  // for the dictionary of a failed load too, until another one takes its place.
   module_object = Py_NewRef(module);
-  module_dictionary = Py_NewRef(PyModule_GetDict(module));
+  const host::Reference replaced =
+      host::Reference::steal(std::exchange(module_dictionary, Py_NewRef(PyModule_GetDict(module))));
 }
 
 void forget_module() noexcept {
-  const host::Reference dictionary =
-      host::Reference::steal(std::exchange(module_dictionary, nullptr));
   const host::Reference module = host::Reference::steal(std::exchange(module_object, nullptr));
 }
 

@@ -41,7 +41,7 @@ void refuse_inline_membership(PyObject* manifest) {
 Reference match_sidecar_path(const Reference& reference) {
   const Reference pattern = global(names().signals_index_path_pattern);
   Reference match = host::call_method(pattern.get(), names().fullmatch, reference);
-  if (!host::is_true(match.get())) {
+  if (match.get() == Py_None) {
     raise(PyExc_ValueError,
           "manifest signals_index must reference _control/signals_index.<sha256>.json");
   }

@@ -41,7 +41,7 @@ bool is_lowercase_hex(PyObject* text) {
 bool is_digest(PyObject* text) {
   const Reference pattern = global(names().sha256_pattern);
   if (is_as_loaded(names().sha256_pattern, pattern)) return is_lowercase_hex(text);
-  return host::is_true(host::call_method(pattern.get(), names().fullmatch, text).get());
+  return host::call_method(pattern.get(), names().fullmatch, text).get() != Py_None;
 }
 
 }  // namespace

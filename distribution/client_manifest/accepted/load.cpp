@@ -20,9 +20,6 @@ using host::Operation;
 using host::Pass;
 using host::raise;
 using host::Reference;
-using host::take;
-
-Reference words(const char* text) { return take(PyUnicode_FromString(text)); }
 
 Reference read(PyObject* reader, PyObject* relative_path, const Reference& label) {
   return host::call_method_with_keywords(reader, names().read_regular_file, keywords().label,
@@ -32,7 +29,7 @@ Reference read(PyObject* reader, PyObject* relative_path, const Reference& label
 void refuse_legacy_sidecar(PyObject* reader) {
   const Reference legacy = host::call_method_with_keywords(
       reader, names().read_regular_file_if_present, keywords().label,
-      global(names().legacy_signals_index_path), words("legacy signals_index.json"));
+      global(names().legacy_signals_index_path), host::text("legacy signals_index.json"));
   if (legacy.get() != Py_None) {
     raise(PyExc_ValueError, "legacy signals_index.json sidecar is not supported");
   }
@@ -54,7 +51,7 @@ Reference load_from(PyObject* reader, PyObject* given_manifest) {
   Reference manifest = Reference::acquire(given_manifest);
   Reference manifest_bytes = Reference::acquire(Py_None);
   if (given_manifest == Py_None) {
-    const Reference label = words("manifest.json");
+    const Reference label = host::text("manifest.json");
     manifest_bytes = read(reader, label.get(), label);
     manifest =
         documents::bound::parse_distribution_manifest_bytes(manifest_bytes.get(), label.get());
@@ -64,11 +61,12 @@ Reference load_from(PyObject* reader, PyObject* given_manifest) {
 
   refuse_legacy_sidecar(reader);
   const Reference sidecar_path = bound::validate_signals_index_manifest_declaration(manifest.get());
-  const Reference sidecar_bytes = read(reader, sidecar_path.get(), words("signals_index sidecar"));
+  const Reference sidecar_bytes =
+      read(reader, sidecar_path.get(), host::text("signals_index sidecar"));
   const Reference metadata_accepted =
       bound::validate_accepted_distribution_set(manifest.get(), sidecar_bytes.get());
 
-  const Reference label = words("membership file");
+  const Reference label = host::text("membership file");
   host::Iteration members(host::attribute(metadata_accepted.get(), names().membership_paths).get());
   while (const Reference relative_path = members.next()) {
     prove_member(reader, manifest, relative_path.get(), label);

@@ -2,7 +2,6 @@
 // that the first owner of a path that is listed twice is always the same.
 #include "accepted/membership.h"
 
-#include <string>
 #include <string_view>
 
 #include "documents/relative_path.h"
@@ -17,17 +16,6 @@ using host::Operation;
 using host::raise;
 using host::Reference;
 using host::take;
-
-// The characters of a text as far as ASCII goes: every other one is a character that stands in
-// none of the forms below.
-std::string ascii_characters(PyObject* text) {
-  std::string characters(static_cast<std::size_t>(PyUnicode_GET_LENGTH(text)), '\0');
-  for (std::size_t i = 0; i < characters.size(); ++i) {
-    const Py_UCS4 character = PyUnicode_READ_CHAR(text, static_cast<Py_ssize_t>(i));
-    if (character < 0x80) characters[i] = static_cast<char>(character);
-  }
-  return characters;
-}
 
 PyObject* pnl_section(std::string_view path) {
   if (path.starts_with("found_signals/") && path.ends_with("/signal_is/pnl.arrow")) {
@@ -71,23 +59,14 @@ class Membership {
   Reference seen_;
 };
 
-// `membership.get("files", [])`.
-Reference raw_files_of(PyObject* membership) {
-  if (PyDict_CheckExact(membership) != 0) {
-    Reference found = host::get(membership, names().files, /*fallback=*/nullptr);
-    if (found) return found;
-  }
-  const Reference no_files = take(PyList_New(0));
-  return host::get(membership, names().files, no_files.get());
-}
-
 void add_entity(Membership& membership, const Reference& section, const host::Pair& entity) {
   const Reference& entity_id = entity.first;
   const Reference& listed = entity.second;
   if (!bound::is_mapping(listed.get())) {
     raise(PyExc_ValueError, "signals_index ", section, ".", entity_id, " must be an object");
   }
-  const Reference raw_files = raw_files_of(listed.get());
+  const Reference no_files = take(PyList_New(0));
+  const Reference raw_files = host::get(listed.get(), names().files, no_files.get());
   if (PyList_Check(raw_files.get()) == 0) {
     raise(PyExc_ValueError, "signals_index ", section, ".", entity_id, ".files must be a list");
   }
@@ -98,14 +77,11 @@ void add_entity(Membership& membership, const Reference& section, const host::Pa
 }  // namespace
 
 Reference found_pnl_path_section(PyObject* relative_path) {
-  if (PyUnicode_Check(relative_path) == 0) raise(PyExc_TypeError, "relative path must be text");
-  host::check(PyUnicode_READY(relative_path));
-  if (PyUnicode_IS_ASCII(relative_path) != 0) {
-    const auto* const data = static_cast<const char*>(PyUnicode_DATA(relative_path));
-    const auto length = static_cast<std::size_t>(PyUnicode_GET_LENGTH(relative_path));
-    return Reference::acquire(pnl_section({data, length}));
-  }
-  return Reference::acquire(pnl_section(ascii_characters(relative_path)));
+  // What is looked for is ASCII, which stands for itself in UTF-8 and for nothing else.
+  const Reference encoded =
+      take(PyUnicode_AsEncodedString(relative_path, "utf-8", "surrogatepass"));
+  const auto length = static_cast<std::size_t>(PyBytes_GET_SIZE(encoded.get()));
+  return Reference::acquire(pnl_section({PyBytes_AS_STRING(encoded.get()), length}));
 }
 
 Reference membership_references(PyObject* document) {

@@ -20,30 +20,16 @@ using host::raise;
 using host::Reference;
 using host::take;
 
-Reference words(const char* text) { return take(PyUnicode_FromString(text)); }
-
-Reference require_identity(PyObject* document, PyObject* field, const char* label) {
+Reference require_identity(PyObject* document, const char* name, PyObject* field) {
   const Reference value = host::get(document, field);
-  return bound::require_positive_identity(value.get(), words(label).get());
+  return bound::require_positive_identity(value.get(), host::text(name, " ", field).get());
 }
 
-void require_same_market(PyObject* manifest, const Reference& document) {
-  const Reference manifest_market =
-      require_identity(manifest, names().market_id, "manifest market_id");
-  const Reference sidecar_market =
-      require_identity(document.get(), names().market_id, "signals_index market_id");
-  if (host::differ(manifest_market.get(), sidecar_market.get())) {
-    raise(PyExc_ValueError, "signals_index sidecar market_id must match manifest market_id");
-  }
-}
-
-void require_same_era(PyObject* manifest, const Reference& document) {
-  const Reference manifest_era =
-      require_identity(manifest, names().era_number, "manifest era_number");
-  const Reference sidecar_era =
-      require_identity(document.get(), names().era_number, "signals_index era_number");
-  if (host::differ(manifest_era.get(), sidecar_era.get())) {
-    raise(PyExc_ValueError, "signals_index sidecar era_number must match manifest era_number");
+void require_same_identity(PyObject* manifest, const Reference& document, PyObject* field) {
+  const Reference of_manifest = require_identity(manifest, "manifest", field);
+  const Reference of_sidecar = require_identity(document.get(), "signals_index", field);
+  if (host::differ(of_manifest.get(), of_sidecar.get())) {
+    raise(PyExc_ValueError, "signals_index sidecar ", field, " must match manifest ", field);
   }
 }
 
@@ -118,7 +104,7 @@ void validate_payloads(const Reference& files, const Reference& membership_paths
     raise(PyExc_ValueError, "membership payloads contain paths outside the accepted set: ",
           host::joined(", ", extra.get()));
   }
-  const Reference label = words("membership file");
+  const Reference label = host::text("membership file");
   host::Iteration paths(membership_paths.get());
   while (const Reference path = paths.next()) {
     const Reference entry = host::item(files.get(), path.get());
@@ -137,12 +123,12 @@ Reference validate_accepted_distribution_set(PyObject* manifest, PyObject* signa
   const Reference sidecar_entry = host::item(files.get(), reference.get());
   bound::validate_entry_bytes(
       sidecar_entry.get(),
-      {.relative_path = reference.get(), .label = words("signals_index sidecar").get()},
+      {.relative_path = reference.get(), .label = host::text("signals_index sidecar").get()},
       signals_index_bytes);
   const Reference document =
       documents::bound::parse_canonical_signals_index_bytes(signals_index_bytes, reference.get());
-  require_same_market(manifest, document);
-  require_same_era(manifest, document);
+  require_same_identity(manifest, document, names().market_id);
+  require_same_identity(manifest, document, names().era_number);
   const Reference references = bound::membership_references(document.get());
   const Reference membership_paths = paths_of(references);
   require_all_advertised(files, references);

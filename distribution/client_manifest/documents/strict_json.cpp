@@ -54,22 +54,24 @@ Reference parse_strict_json_object_bytes(PyObject* payload, PyObject* label) {
         take(PyUnicode_DecodeUTF8(PyBytes_AS_STRING(payload), PyBytes_GET_SIZE(payload), "strict"));
   } catch (const Error& error) {
     if (!error.matches(PyExc_UnicodeDecodeError)) throw;
+    const host::Handling handling(error);
     raise_from(error, global(names().StrictJsonError).get(), label, " is not valid UTF-8");
   }
 
   Reference document;
-  const Reference json = global(names().json);
   try {
+    const Reference json = global(names().json);
     document = host::call_method_with_keywords(json.get(), names().loads,
                                                keywords().pairs_hook_and_constant_hook, text,
                                                global(names()._object_without_duplicate_keys),
                                                global(names()._reject_nonfinite_json_constant));
   } catch (const Error& error) {
+    const host::Handling handling(error);
     if (error.matches(global(names().duplicate_json_key_error).get())) {
       raise_from(error, global(names().StrictJsonError).get(), label,
                  " contains duplicate object key: ", error.exception());
     }
-    if (error.matches(host::attribute(json.get(), names().JSONDecodeError).get())) {
+    if (error.matches(host::attribute(global(names().json).get(), names().JSONDecodeError).get())) {
       raise_from(error, global(names().StrictJsonError).get(), label, " is not valid JSON");
     }
     throw;
@@ -85,9 +87,11 @@ Reference parse_distribution_manifest_bytes(PyObject* manifest_bytes, PyObject* 
   try {
     return bound::parse_strict_json_object_bytes(manifest_bytes, label);
   } catch (const Error& error) {
+    const host::Handling handling(error);
     if (!error.matches(global(names().StrictJsonError).get())) throw;
+    const Reference manifest_error = global(names().ManifestJsonError);
     const Reference same_text = take(PyObject_Str(error.exception()));
-    throw Error(global(names().ManifestJsonError).get(), same_text).from(error);
+    throw Error(manifest_error.get(), same_text).from(error);
   }
 }
 

@@ -70,7 +70,7 @@ void load(PyObject* module) {
     record_bindings();
     accepted::record_own_digest();
     accepted::record_own_file_identity();
-  } catch (const Error&) {
+  } catch (const std::exception&) {
     // The next import starts anew.
     if (registered) unregister_module();
     forget_module();

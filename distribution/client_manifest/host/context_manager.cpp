@@ -8,10 +8,9 @@ namespace client_manifest::host {
 namespace {
 
 // A method of the type, bound as the host binds the two ends of the protocol: past the instance.
-Reference special_method(PyObject* object, const char* name, const char* if_missing) {
+Reference special_method(PyObject* object, const Reference& name, const char* if_missing) {
   PyTypeObject* const type = Py_TYPE(object);
-  const Reference text = take(PyUnicode_InternFromString(name));
-  const Reference found = Reference::acquire(_PyType_Lookup(type, text.get()));
+  const Reference found = Reference::acquire(_PyType_Lookup(type, name.get()));
   if (!found) {
     const Reference type_name = take(PyType_GetName(type));
     raise(PyExc_TypeError, "'", type_name, "' object does not support the context manager protocol",
@@ -25,8 +24,10 @@ Reference special_method(PyObject* object, const char* name, const char* if_miss
 }  // namespace
 
 ContextManager::ContextManager(PyObject* manager) {
-  const Reference enter = special_method(manager, "__enter__", "");
-  exit_ = special_method(manager, "__exit__", " (missed __exit__ method)");
+  const Reference enter_name = take(PyUnicode_InternFromString("__enter__"));
+  const Reference exit_name = take(PyUnicode_InternFromString("__exit__"));
+  const Reference enter = special_method(manager, enter_name, "");
+  exit_ = special_method(manager, exit_name, " (missed __exit__ method)");
   entered_ = call(enter);
 }
 

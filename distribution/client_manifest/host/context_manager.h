@@ -30,7 +30,7 @@ Reference with(PyObject* manager, Block&& block) {
   ContextManager context(manager);
   Reference result;
   try {
-    result = block(context.entered());
+    result = with_memory_errors([&] { return block(context.entered()); });
   } catch (const Error& failure) {
     const Handling handling(failure);
     if (context.leave_after(failure)) return Reference::acquire(Py_None);

@@ -21,23 +21,39 @@ Reference fetch_normalized() {
   return exception;
 }
 
+bool can_be_caught(PyObject* kind) {
+  if (PyTuple_Check(kind) == 0) return PyExceptionClass_Check(kind);
+  for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(kind); ++i) {
+    if (!PyExceptionClass_Check(PyTuple_GET_ITEM(kind, i))) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 Error::Error(PyObject* kind, const Reference& argument) {
   // The host would spread a tuple over the parameters; the one argument is passed as it is.
-  const Reference exception = Reference::steal(PyObject_CallOneArg(kind, argument.get()));
-  if (exception) PyErr_SetObject(kind, exception.get());
+  const Reference exception = take(PyObject_CallOneArg(kind, argument.get()));
+  if (PyExceptionInstance_Check(exception.get())) {
+    PyErr_SetObject(PyExceptionInstance_Class(exception.get()), exception.get());
+  } else {
+    PyErr_SetString(PyExc_TypeError, "exceptions must derive from BaseException");
+  }
   exception_ = fetch_normalized();
 }
 
 Error Error::fetch() { return Error(fetch_normalized()); }
 
-bool Error::matches(PyObject* kind) const noexcept {
+bool Error::matches(PyObject* kind) const {
+  if (!can_be_caught(kind)) {
+    PyErr_SetString(PyExc_TypeError,
+                    "catching classes that do not inherit from BaseException is not allowed");
+    throw fetch();
+  }
   return PyErr_GivenExceptionMatches(exception_.get(), kind) != 0;
 }
 
 Error Error::from(const Error& cause) && noexcept {
-  PyException_SetContext(exception_.get(), Py_NewRef(cause.exception()));
   PyException_SetCause(exception_.get(), Py_NewRef(cause.exception()));
   return std::move(*this);
 }

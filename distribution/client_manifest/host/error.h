@@ -13,7 +13,7 @@ namespace client_manifest::host {
 class Error : public std::exception {
  public:
   // Raises `kind(argument)` as the host's own `raise` does, the exception that is being handled as
-  // its context, and takes it up.
+  // its context, and takes it up. Throws what the class raises instead.
   Error(PyObject* kind, const Reference& argument);
   Error(Error&&) noexcept = default;
   Error(const Error&) = delete;
@@ -24,10 +24,12 @@ class Error : public std::exception {
   // Takes up the exception that is pending in the host; a missing one is the host's SystemError.
   [[nodiscard]] static Error fetch();
 
-  [[nodiscard]] bool matches(PyObject* kind) const noexcept;
+  // `except kind`: a class or a flat tuple of classes; the host's TypeError for anything else.
+  [[nodiscard]] bool matches(PyObject* kind) const;
   [[nodiscard]] PyObject* exception() const noexcept { return exception_.get(); }
 
-  // Makes `cause` what this exception was raised from, as `raise ... from cause` in a handler does.
+  // Makes `cause` what this exception was raised from. It has become the context if it was being
+  // handled (see host/handling.h), as it is in the host's own handlers.
   [[nodiscard]] Error from(const Error& cause) && noexcept;
 
   // Makes it the host's pending exception again.

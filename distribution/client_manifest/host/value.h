@@ -19,8 +19,7 @@ namespace client_manifest::host {
 // `isinstance(value, int)` that keeps out the booleans, which the host counts as integers.
 [[nodiscard]] bool is_integer(PyObject* value) noexcept;
 
-// `mapping.get(key)` and `mapping.get(key, fallback)`; of an exact dict the fallback may be null,
-// and an empty reference is given for it.
+// `mapping.get(key)` and `mapping.get(key, fallback)`.
 [[nodiscard]] Reference get(PyObject* mapping, PyObject* key, PyObject* fallback = Py_None);
 // `container[key]`.
 [[nodiscard]] Reference item(PyObject* container, PyObject* key);

@@ -16,6 +16,7 @@ using host::Error;
 using host::Operation;
 using host::Pass;
 using host::Reference;
+using host::take;
 using system::OwnedDescriptor;
 
 constexpr host::Signature kSignature{
@@ -25,18 +26,29 @@ constexpr host::Signature kSignature{
     .documentation = "Open one contained regular file for streaming descriptor-pinned reads.",
 };
 
-// The host's buffered reader, which owns the descriptor from then on.
+// A buffered reader on `raw`, as the host's `open` makes one.
+Reference buffered(const Reference& io, const Reference& raw) {
+  try {
+    const Reference block_size = take(PyObject_GetAttrString(raw.get(), "_blksize"));
+    return take(PyObject_CallMethod(io.get(), "BufferedReader", "OO", raw.get(), block_size.get()));
+  } catch (const Error& error) {
+    const host::Handling handling(error);
+    static_cast<void>(host::call_method(raw.get(), names().close));
+    throw;
+  }
+}
+
+// The host's buffered reader, which owns the descriptor from then on. It is made in two steps, so
+// that it is known at each of them who has to close the descriptor when memory runs out.
 Reference buffered_reader(OwnedDescriptor& file, const Subject& subject) {
   try {
-    Reference reader = host::take(
-        PyFile_FromFd(file.get(), nullptr, "rb", -1, nullptr, nullptr, nullptr, /*closefd=*/1));
+    const Reference io = take(PyImport_ImportModule("io"));
+    const Reference raw = take(PyObject_CallMethod(io.get(), "FileIO", "is", file.get(), "rb"));
     static_cast<void>(file.release());
-    return reader;
+    return buffered(io, raw);
   } catch (const Error& error) {
-    {
-      const host::Handling handling(error);
-      file.close();
-    }
+    const host::Handling handling(error);
+    file.close();
     if (!error.matches(PyExc_OSError) || error.matches(PyExc_FileNotFoundError)) throw;
     const Wording unreadable = unreadable_leaf().other;
     host::raise_from(error, unreadable.kind, subject.label, unreadable.words, subject.path);

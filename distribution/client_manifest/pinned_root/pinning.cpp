@@ -62,6 +62,13 @@ Reference init(PyObject* self, const Arguments& arguments) {
   return Reference::acquire(Py_None);
 }
 
+// The number of a descriptor that is the caller's from now on.
+Reference handed_over(OwnedDescriptor opened) {
+  Reference number = take(PyLong_FromLong(opened.get()));
+  static_cast<void>(opened.release());
+  return number;
+}
+
 constexpr host::Signature kAbsoluteSignature{
     .name = "_open_absolute_directory",
     .kind = Kind::class_method,
@@ -73,8 +80,7 @@ Reference open_absolute_directory(PyObject* /*owner*/, const Arguments& argument
       take(PySequence_Tuple(host::attribute(arguments[1], names().parts).get()));
   const bool create = host::is_true(arguments[2]);
   const FileNames below_top = FileNames::of(parts.get(), 1);
-  OwnedDescriptor opened = in_words([&] { return walk_from_top(below_top, create); });
-  return take(PyLong_FromLong(opened.release()));
+  return handed_over(in_words([&] { return walk_from_top(below_top, create); }));
 }
 
 constexpr host::Signature kComponentsSignature{
@@ -88,9 +94,7 @@ Reference open_directory_components(PyObject* /*type*/, const Arguments& argumen
   const Reference components = take(PySequence_Tuple(arguments[1]));
   const FileNames below_anchor = FileNames::of(components.get());
   const Subject subject{.label = arguments[2], .components = components.get()};
-  OwnedDescriptor opened =
-      in_words([&] { return walk_from_anchor(anchor, below_anchor, subject); });
-  return take(PyLong_FromLong(opened.release()));
+  return handed_over(in_words([&] { return walk_from_anchor(anchor, below_anchor, subject); }));
 }
 
 constexpr host::Signature kRequireSignature{.name = "_require_descriptor", .kind = Kind::method};
