@@ -1,0 +1,87 @@
+"""The frame of a leak scenario: one call on prepared ground, and how it must end each time."""
+
+from __future__ import annotations
+
+from collections.abc import Callable
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+from brindlefen.distribution import client_manifest
+
+
+class Own(Exception):
+    """What the scenarios' own hostile objects raise."""
+
+
+class Hostile:
+    """An object that fails in whatever way it is used."""
+
+    def __format__(self, template: str) -> str:
+        raise Own("no text")
+
+    def __eq__(self, other: object) -> bool:
+        raise Own("no comparison")
+
+    def __hash__(self) -> int:
+        raise Own("no hash")
+
+    def __bool__(self) -> bool:
+        raise Own("no truth")
+
+    def __getattr__(self, name: str) -> Any:
+        raise Own(name)
+
+
+@dataclass(frozen=True)
+class Ground:
+    """The root class to work with, and the directories that a suite has prepared."""
+
+    root_class: Any
+    tree: Path
+    distribution: Path
+
+
+Act = Callable[[Ground], object]
+
+
+@dataclass(frozen=True)
+class Scenario:
+    """A call that returns, or that fails with exactly `failure`."""
+
+    act: Act
+    failure: type[BaseException] | None = None
+
+    def run(self, ground: Ground) -> None:
+        """Makes the call once; anything but the expected end is an error."""
+        try:
+            self.act(ground)
+        except BaseException as error:
+            if type(error) is not self.failure:
+                raise
+        else:
+            assert self.failure is None, f"did not fail: {self.failure}"
+
+
+def _handing_on(base: Any, name: str) -> Callable[..., Any]:
+    def operate(self: Any, *arguments: Any, **keywords: Any) -> Any:
+        return getattr(base, name)(self, *arguments, **keywords)
+
+    return operate
+
+
+def overriding_class() -> Any:
+    """A root class that overrides each method, so that no direct route is left to take."""
+    base = client_manifest.PinnedRoot
+    methods = [
+        name
+        for name, value in vars(base).items()
+        if callable(value) and not isinstance(value, staticmethod | classmethod)
+    ]
+    return type("Overriding", (base,), {name: _handing_on(base, name) for name in methods})
+
+
+ROUTES: dict[str, Callable[[], Any]] = {
+    "direct": lambda: client_manifest.PinnedRoot,
+    "overridden": overriding_class,
+}
