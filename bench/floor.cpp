@@ -272,11 +272,16 @@ void Repeat(std::string_view operation, const char* path, const std::string& lea
   const Root root(path);
   off_t size = 0;
   for (long i = 0; i < rounds; ++i) {
-    if (operation == "prove") root.Prove();
-    else if (operation == "read") ReadWhole(root, leaf);
-    else if (operation == "hash") HashFile(root, leaf, sha, size);
-    else if (operation == "stat") StatFile(root, leaf);
-    else Fail("operation");
+    if (operation == "prove")
+      root.Prove();
+    else if (operation == "read")
+      ReadWhole(root, leaf);
+    else if (operation == "hash")
+      HashFile(root, leaf, sha, size);
+    else if (operation == "stat")
+      StatFile(root, leaf);
+    else
+      Fail("operation");
   }
 }
 
@@ -313,7 +318,6 @@ int main(int count, char** arguments) {
   } else {
     Repeat(operation, arguments[2], arguments[3], std::atol(arguments[4]), sha);
   }
-  std::printf("{\"cpu\": %.6f, \"wall\": %.6f}\n", CpuSeconds() - cpu,
-              Now(CLOCK_MONOTONIC) - wall);
+  std::printf("{\"cpu\": %.6f, \"wall\": %.6f}\n", CpuSeconds() - cpu, Now(CLOCK_MONOTONIC) - wall);
   return 0;
 }

@@ -10,18 +10,30 @@ namespace {
 
 bool is_required(const Parameter& parameter) { return parameter.default_text == nullptr; }
 
-[[noreturn]] void raise_too_many(const Signature& signature, std::size_t given) {
+std::string counted(std::size_t count, const char* kind) {
+  return std::to_string(count) + kind + " argument" + (count == 1 ? "" : "s");
+}
+
+[[noreturn]] void raise_too_many(const Signature& signature, std::size_t given,
+                                 const std::array<PyObject*, kMostParameters>& values) {
+  const std::size_t most = signature.positional();
   std::size_t required = 0;
-  for (std::size_t i = 0; i < signature.positional(); ++i) {
+  for (std::size_t i = 0; i < most; ++i) {
     if (is_required(signature.parameters[i])) ++required;
   }
-  const std::size_t most = signature.positional();
-  const std::string takes =
-      required == most ? std::to_string(most)
-                       : "from " + std::to_string(required) + " to " + std::to_string(most);
-  const std::string words = "() takes " + takes + " positional argument" + (most == 1 ? "" : "s") +
-                            " but " + std::to_string(given) +
-                            (given == 1 ? " was given" : " were given");
+  std::size_t by_keyword = 0;
+  for (std::size_t i = most; i < signature.count(); ++i) {
+    if (values[i] != nullptr) ++by_keyword;
+  }
+  // The host counts a range as more than one, and tells of keywords only if there were any.
+  const std::string takes = required == most ? counted(most, " positional")
+                                             : "from " + std::to_string(required) + " to " +
+                                                   std::to_string(most) + " positional arguments";
+  const std::string got = by_keyword == 0 ? std::to_string(given)
+                                          : counted(given, " positional") + " (and " +
+                                                counted(by_keyword, " keyword-only") + ")";
+  const std::string words = "() takes " + takes + " but " + got +
+                            (given == 1 && by_keyword == 0 ? " was given" : " were given");
   raise(PyExc_TypeError, signature.name, words.c_str());
 }
 
@@ -77,7 +89,7 @@ Arguments::Arguments(const Signature& signature, PyObject* const* values, std::s
     }
     values_[i] = values[positional + static_cast<std::size_t>(k)];
   }
-  if (positional > signature.positional()) raise_too_many(signature, positional);
+  if (positional > signature.positional()) raise_too_many(signature, positional, values_);
   require_all(signature, Pass::anyhow, values_);
   require_all(signature, Pass::by_keyword, values_);
 }
