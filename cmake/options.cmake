@@ -10,6 +10,10 @@ if(CLIENT_MANIFEST_WARNINGS_AS_ERRORS)
   target_compile_options(client_manifest_options INTERFACE -Werror)
 endif()
 
+if(CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_link_options(client_manifest_options INTERFACE -flto=auto)
+endif()
+
 if(CLIENT_MANIFEST_SANITIZE)
   target_compile_options(client_manifest_options INTERFACE
     -fsanitize=${CLIENT_MANIFEST_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -143,7 +143,7 @@ LARGE = {7: 32 << 20, 41: 8 << 20, 152: 8 << 20, 263: 8 << 20}
 
 
 def example_members() -> list[Member]:
-    """Three hundred members over all three sections, about 160 MiB in all."""
+    """Three hundred members over all three sections, about 170 MiB in all."""
     names: list[tuple[str, str, str, str]] = []
     for number in range(80):
         entity = f"signal_{number:03}"
