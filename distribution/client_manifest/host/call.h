@@ -3,6 +3,7 @@
 
 #include <array>
 #include <concepts>
+#include <initializer_list>
 
 #include "host/error.h"
 
@@ -56,5 +57,21 @@ template <HostArgument... Arguments>
                                     const Arguments&... arguments) {
   return call_method_with_keywords(object, name, nullptr, arguments...);
 }
+
+// `object.name`, for a name that is not interned beforehand.
+[[nodiscard]] inline Reference attribute(PyObject* object, const char* name) {
+  return take(PyObject_GetAttrString(object, name));
+}
+
+// An argument that is passed by keyword.
+struct Keyword {
+  const char* name;
+  PyObject* value;
+};
+
+// `object.name(*positional, **named)`, where it is called too seldom to prepare its names.
+[[nodiscard]] Reference invoke(PyObject* object, const char* name,
+                               std::initializer_list<PyObject*> positional,
+                               std::initializer_list<Keyword> named = {});
 
 }  // namespace client_manifest::host

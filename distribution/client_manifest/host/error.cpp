@@ -31,15 +31,17 @@ bool can_be_caught(PyObject* kind) {
 
 }  // namespace
 
-Error::Error(PyObject* kind, const Reference& argument) {
-  // The host would spread a tuple over the parameters; the one argument is passed as it is.
-  const Reference exception = take(PyObject_CallOneArg(kind, argument.get()));
+// The host would spread a tuple over the parameters; the one argument is passed as it is.
+Error::Error(PyObject* kind, const Reference& argument)
+    : Error(raised(take(PyObject_CallOneArg(kind, argument.get())))) {}
+
+Error Error::raised(const Reference& exception) {
   if (PyExceptionInstance_Check(exception.get())) {
     PyErr_SetObject(PyExceptionInstance_Class(exception.get()), exception.get());
   } else {
     PyErr_SetString(PyExc_TypeError, "exceptions must derive from BaseException");
   }
-  exception_ = fetch_normalized();
+  return fetch();
 }
 
 Error Error::fetch() { return Error(fetch_normalized()); }

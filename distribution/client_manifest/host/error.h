@@ -21,6 +21,9 @@ class Error : public std::exception {
   Error& operator=(const Error&) = delete;
   ~Error() override = default;
 
+  // Raises `exception`, which is an object already, in the same way.
+  [[nodiscard]] static Error raised(const Reference& exception);
+
   // Takes up the exception that is pending in the host; a missing one is the host's SystemError.
   [[nodiscard]] static Error fetch();
 

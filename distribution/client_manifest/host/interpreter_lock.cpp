@@ -18,24 +18,8 @@ void LockReleased::retake(PyThreadState* thread) noexcept {
 }
 
 void run_signal_handlers() {
-  LockReleased* const released = LockReleased::current_;
-  if (released == nullptr) {
-    check(PyErr_CheckSignals());
-    return;
-  }
-  // A handler is foreign code: while it runs, this thread counts as one that holds the lock.
-  LockReleased::current_ = nullptr;
-  LockReleased::retake(released->thread_);
-  const auto give_up_again = [&]() noexcept {
-    released->thread_ = PyEval_SaveThread();
-    LockReleased::current_ = released;
-  };
-  if (PyErr_CheckSignals() < 0) {
-    Error raised = Error::fetch();
-    give_up_again();
-    throw Error(std::move(raised));
-  }
-  give_up_again();
+  const LockTaken lock;
+  check(PyErr_CheckSignals());
 }
 
 }  // namespace client_manifest::host

@@ -12,8 +12,11 @@ std::string host_documentation(const Signature& signature) {
   std::string text = signature.name;
   text += '(';
   const char* separator = "";
-  if (signature.kind == Kind::function || signature.kind == Kind::method) {
-    text += signature.kind == Kind::function ? "$module" : "$self";
+  if (signature.kind == Kind::function) {
+    text += "$module";
+    separator = ", ";
+  } else if (signature.kind == Kind::method || signature.kind == Kind::property) {
+    text += "$self";
     separator = ", ";
   }
   for (std::size_t i = 0; i < signature.count(); ++i) {
@@ -56,8 +59,11 @@ Reference Operation::function(PyObject* module) const {
 }
 
 Reference Operation::member(PyObject* owner, PyObject* module_name) const {
-  if (signature_->kind == Kind::method) {
-    return take(PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(owner), definition()));
+  if (signature_->kind == Kind::method || signature_->kind == Kind::property) {
+    Reference method =
+        take(PyDescr_NewMethod(reinterpret_cast<PyTypeObject*>(owner), definition()));
+    if (signature_->kind == Kind::method) return method;
+    return take(PyObject_CallOneArg(reinterpret_cast<PyObject*>(&PyProperty_Type), method.get()));
   }
   const Reference plain = take(PyCFunction_NewEx(definition(), owner, module_name));
   return take(signature_->kind == Kind::class_method ? PyClassMethod_New(plain.get())
@@ -76,13 +82,11 @@ bool Operation::is(PyObject* callable, PyObject* self) const noexcept {
          PyCFunction_GET_SELF(callable) == self;
 }
 
-bool Operation::is_method_of(PyObject* self, PyObject* name) const {
-  PyObject* method = nullptr;
-  const bool is_unbound = _PyObject_GetMethod(self, name, &method) != 0;
-  const Reference found = take(method);
-  if (!is_unbound || Py_IS_TYPE(method, &PyMethodDescr_Type) == 0) return false;
-  const auto* const descriptor = reinterpret_cast<const PyMethodDescrObject*>(method);
-  return descriptor->d_method->ml_meth == function_pointer();
+bool Operation::is_method_for(PyObject* callable, PyObject* self) const noexcept {
+  if (Py_IS_TYPE(callable, &PyMethodDescr_Type) == 0) return false;
+  const auto* const descriptor = reinterpret_cast<const PyMethodDescrObject*>(callable);
+  return descriptor->d_method->ml_meth == function_pointer() &&
+         PyObject_TypeCheck(self, PyDescr_TYPE(descriptor)) != 0;
 }
 
 }  // namespace client_manifest::host

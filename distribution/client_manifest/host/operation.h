@@ -20,8 +20,9 @@ struct Parameter {
   const char* default_text = nullptr;  // as it reads in a signature; null: required
 };
 
-// A class method names the class as its first parameter, as it does in the host's language.
-enum class Kind { function, method, class_method, static_method };
+// A class method names the class as its first parameter, as it does in the host's language. A
+// property is the method that reads it.
+enum class Kind { function, method, class_method, static_method, property };
 
 inline constexpr std::size_t kMostParameters = 6;
 
@@ -85,8 +86,8 @@ class Operation {
   // Whether `callable` is this operation's function, bound by the host to `self`.
   [[nodiscard]] bool is(PyObject* callable, PyObject* self) const noexcept;
 
-  // Whether `self.name` would call this operation with `self`. It finds out without binding it.
-  [[nodiscard]] bool is_method_of(PyObject* self, PyObject* name) const;
+  // Whether `callable` is this operation as a method of the type of `self`, not yet bound to it.
+  [[nodiscard]] bool is_method_for(PyObject* callable, PyObject* self) const noexcept;
 
  private:
   using Entry = PyObject* (*)(PyObject*, PyObject* const*, Py_ssize_t, PyObject*);

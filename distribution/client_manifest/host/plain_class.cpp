@@ -26,21 +26,31 @@ Reference make_class(const ClassFrame& frame, PyObject* base, const Reference& n
   return call(type, name, bases, names);
 }
 
-}  // namespace
-
-Reference plain_class(const ClassFrame& frame, PyObject* base,
-                      std::initializer_list<const Operation*> members) {
-  Reference made = make_class(frame, base, class_namespace(frame));
+void add_members(const Reference& made, const ClassFrame& frame,
+                 std::initializer_list<const Operation*> members) {
   for (const Operation* const member : members) {
     const Reference value = member->member(made.get(), frame.module_name);
     check(PyObject_SetAttrString(made.get(), member->signature().name, value.get()));
   }
+}
+
+}  // namespace
+
+Reference plain_class(const ClassFrame& frame, PyObject* base,
+                      std::initializer_list<const Operation*> members,
+                      std::initializer_list<Constant> constants) {
+  const Reference names = class_namespace(frame);
+  for (const Constant& constant : constants) {
+    put(names, constant.name, take(PyLong_FromUnsignedLong(constant.value)));
+  }
+  Reference made = make_class(frame, base, names);
+  add_members(made, frame, members);
   return made;
 }
 
 Reference frozen_record(const ClassFrame& frame, PyObject* dataclass,
                         std::initializer_list<Field> fields,
-                        std::initializer_list<const Operation*> properties) {
+                        std::initializer_list<const Operation*> members) {
   const Reference annotations = take(PyDict_New());
   for (const Field& field : fields) {
     put(annotations, field.name, take(PyUnicode_FromString(field.annotation)));
@@ -48,12 +58,7 @@ Reference frozen_record(const ClassFrame& frame, PyObject* dataclass,
   const Reference names = class_namespace(frame);
   put(names, "__annotations__", annotations);
   const Reference made = make_class(frame, nullptr, names);
-  const Reference property = Reference::acquire(reinterpret_cast<PyObject*>(&PyProperty_Type));
-  for (const Operation* const getter : properties) {
-    // A member of the class serves as the getter: it is called with the instance alone.
-    const Reference value = call(property, getter->member(made.get(), frame.module_name));
-    check(PyObject_SetAttrString(made.get(), getter->signature().name, value.get()));
-  }
+  add_members(made, frame, members);
   const Reference keywords = take(PyTuple_Pack(1, take(PyUnicode_FromString("frozen")).get()));
   const Reference decorate =
       call_with_keywords(Reference::acquire(dataclass), keywords.get(), Py_True);

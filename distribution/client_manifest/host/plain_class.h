@@ -2,6 +2,7 @@
 // their instances with a `__dict__`, their members in the order in which they are given.
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 
 #include "host/operation.h"
@@ -19,14 +20,20 @@ struct ClassFrame {
   PyObject* module_name;
 };
 
-// `class name(base)`, without a base when it is null.
+struct Constant {
+  const char* name;
+  std::uint32_t value;
+};
+
+// `class name(base)`, without a base when it is null; constants stand before members.
 [[nodiscard]] Reference plain_class(const ClassFrame& frame, PyObject* base,
-                                    std::initializer_list<const Operation*> members);
+                                    std::initializer_list<const Operation*> members,
+                                    std::initializer_list<Constant> constants = {});
 
 // A class made by `decorate`, the host's `dataclass(frozen=True)`, with the fields in the order
-// given and the operations in `properties` as read-only properties.
+// given and then the members.
 [[nodiscard]] Reference frozen_record(const ClassFrame& frame, PyObject* dataclass,
                                       std::initializer_list<Field> fields,
-                                      std::initializer_list<const Operation*> properties);
+                                      std::initializer_list<const Operation*> members);
 
 }  // namespace client_manifest::host

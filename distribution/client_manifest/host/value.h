@@ -16,6 +16,10 @@ namespace client_manifest::host {
 [[nodiscard]] bool is_below_zero(PyObject* value);           // value < 0
 [[nodiscard]] bool contains(PyObject* holder, PyObject* value);
 
+[[nodiscard]] inline Reference truth(bool value) noexcept {
+  return Reference::acquire(value ? Py_True : Py_False);
+}
+
 // `isinstance(value, int)` that keeps out the booleans, which the host counts as integers.
 [[nodiscard]] bool is_integer(PyObject* value) noexcept;
 

@@ -16,6 +16,10 @@ namespace {
 
 constexpr int kDirectoryFlags = O_RDONLY | O_CLOEXEC | O_DIRECTORY | O_NOFOLLOW;
 constexpr int kReadFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW;
+constexpr int kSourceFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+constexpr int kUpdateFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+constexpr int kStagingFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+constexpr mode_t kFileMode = 0600;
 constexpr mode_t kDirectoryMode = 0755;
 
 // Throws what the last call left in errno unless `result` says that it succeeded.
@@ -29,6 +33,13 @@ Result succeeded(Result result, const char* name) {
   if (result < 0) throw Failure(errno, name);
   return result;
 }
+void succeeded(int result, const char* name, const char* new_name) {
+  if (result < 0) throw Failure(errno, name, new_name);
+}
+
+// Whether a call failed in the one way that is none here. It costs no exception, which would be
+// dear where that way is the usual one.
+bool failed_with(int number, int result) { return result < 0 && errno == number; }
 
 // Makes `call` until a signal does not interrupt it. What a signal handler raises ends it, in the
 // shape of a failed call, so that it meets the same clauses as one.
@@ -45,10 +56,11 @@ auto uninterrupted(Call&& call) -> decltype(call()) {
   }
 }
 
-OwnedDescriptor open_at(int directory, const char* name, int flags) {
+// The mode counts only where the flags say that a file is to be made.
+OwnedDescriptor open_at(int directory, const char* name, int flags, mode_t mode = 0) {
   return phase([&] {
     return OwnedDescriptor(
-        succeeded(uninterrupted([&] { return ::openat(directory, name, flags); }), name));
+        succeeded(uninterrupted([&] { return ::openat(directory, name, flags, mode); }), name));
   });
 }
 
@@ -101,6 +113,18 @@ OwnedDescriptor open_for_read_at(int directory, const char* name) {
   return open_at(directory, name, kReadFlags);
 }
 
+OwnedDescriptor open_source_at(int directory, const char* name) {
+  return open_at(directory, name, kSourceFlags);
+}
+
+OwnedDescriptor open_for_update_at(int directory, const char* name, bool create) {
+  return open_at(directory, name, create ? kUpdateFlags | O_CREAT : kUpdateFlags, kFileMode);
+}
+
+OwnedDescriptor create_for_write_at(int directory, const char* name) {
+  return open_at(directory, name, kStagingFlags, kFileMode);
+}
+
 OwnedDescriptor duplicate(int descriptor) {
   return phase([&] { return OwnedDescriptor(succeeded(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0))); });
 }
@@ -126,16 +150,54 @@ FileStat stat_descriptor(int descriptor) {
   });
 }
 
-FileStat stat_at(int directory, const char* name) {
-  return phase([&] {
+std::optional<FileStat> stat_if_present_at(int directory, const char* name) {
+  return phase([&]() -> std::optional<FileStat> {
     struct stat found {};
-    succeeded(::fstatat(directory, name, &found, AT_SYMLINK_NOFOLLOW), name);
+    const int result = ::fstatat(directory, name, &found, AT_SYMLINK_NOFOLLOW);
+    if (failed_with(ENOENT, result)) return std::nullopt;
+    succeeded(result, name);
     return file_stat(found);
   });
 }
 
-void make_directory_at(int directory, const char* name) {
-  phase([&] { succeeded(::mkdirat(directory, name, kDirectoryMode), name); });
+FileStat stat_at(int directory, const char* name) {
+  return phase([&] {
+    const std::optional<FileStat> found = stat_if_present_at(directory, name);
+    if (!found) throw Failure(ENOENT, name);
+    return *found;
+  });
+}
+
+bool make_directory_at(int directory, const char* name) {
+  return phase([&] {
+    const int result = ::mkdirat(directory, name, kDirectoryMode);
+    if (failed_with(EEXIST, result)) return false;
+    succeeded(result, name);
+    return true;
+  });
+}
+
+void remove_directory_at(int directory, const char* name) {
+  phase([&] { succeeded(::unlinkat(directory, name, AT_REMOVEDIR), name); });
+}
+
+void unlink_at(int directory, const char* name) {
+  phase([&] { succeeded(::unlinkat(directory, name, 0), name); });
+}
+
+void unlink_if_present_at(int directory, const char* name) {
+  phase([&] {
+    const int result = ::unlinkat(directory, name, 0);
+    if (!failed_with(ENOENT, result)) succeeded(result, name);
+  });
+}
+
+void rename_at(int from, const char* name, int to, const char* new_name) {
+  phase([&] { succeeded(::renameat(from, name, to, new_name), name, new_name); });
+}
+
+void link_at(int from, const char* name, int to, const char* new_name) {
+  phase([&] { succeeded(::linkat(from, name, to, new_name, 0), name, new_name); });
 }
 
 void synchronize(int descriptor) {
@@ -161,6 +223,15 @@ std::size_t read_full(int descriptor, std::span<std::byte> buffer) {
     return filled;
   });
 }
+
+std::size_t write_some(int descriptor, std::span<const std::byte> bytes) {
+  return phase([&] {
+    return static_cast<std::size_t>(
+        succeeded(uninterrupted([&] { return ::write(descriptor, bytes.data(), bytes.size()); })));
+  });
+}
+
+std::int64_t process_id() { return ::getpid(); }
 
 }  // namespace client_manifest::system
 
