@@ -14,7 +14,7 @@ hexadecimal characters.
 import io
 import os
 import re
-from collections.abc import Mapping
+from collections.abc import Iterable, Mapping
 from dataclasses import dataclass
 from pathlib import Path
 from types import TracebackType
@@ -402,6 +402,31 @@ class PinnedRoot:
         `open_regular_file_for_read` does, and `ValueError` if a proof fails.
         """
 
+    def write_atomic(self, relative_path: str, payload: bytes, *, allow_replace: bool) -> None:
+        """Publishes `payload` as a whole new file of the mode 0o600, and makes missing parents.
+
+        The bytes, then the name are durable on return. The file is a new inode: other names of an
+        old one keep its content. The root is not proved. Raises `TypeError` if `payload` is not
+        bytes or the path not `str`; `FileExistsError` if the file exists and `allow_replace` is
+        false; `ValueError` for an unfit path, a bad parent, a leaf that is no regular file or a
+        staged file that was swapped; `RuntimeError` if closed; else `OSError`. A failure leaves the
+        old file (none after a swap during the rename, the new one after a failed flush of its
+        directory) and no staged file; new parents stay.
+        """
+
+    def open_regular_file_for_update(
+        self, relative_path: str, *, create: bool
+    ) -> io.BufferedRandom:
+        """Open one contained regular file for descriptor-pinned binary update.
+
+        Out: a buffered binary file for reading and writing, at its start and with its content,
+        which the caller closes. With `create`, a missing file (mode 0o600) and missing parents are
+        made. Nothing is proved, and nothing but new parents is durable: to flush is the caller's.
+        Raises `FileNotFoundError` for a missing parent only; `ValueError` for a file that is
+        missing, a symlink, not regular or out of reach, a bad parent or an unfit path; `TypeError`
+        for a path that is not `str`; `RuntimeError` if closed.
+        """
+
     def open_regular_file_for_read(self, relative_path: str, *, label: str) -> io.BufferedReader:
         """Open one contained regular file for streaming descriptor-pinned reads.
 
@@ -410,6 +435,92 @@ class PinnedRoot:
         or a parent is missing; `ValueError` for a symlink, a file that is not regular or an unfit
         path; `TypeError` for a path that is not `str`; `RuntimeError` if closed. Opening a FIFO
         waits for a writer.
+        """
+
+    def remove_regular_file(self, relative_path: str, *, missing_ok: bool) -> bool:
+        """Removes one regular file. True if it was there; the removal is then durable.
+
+        With `missing_ok`, False if the file or a parent is missing; otherwise `FileNotFoundError`.
+        Raises `ValueError` for an entry that is not a regular file, which stays, for a bad parent
+        or an unfit path; `TypeError` for a path that is not `str`; `RuntimeError` if closed; else
+        `OSError`, which does not undo the removal. The root is not proved.
+        """
+
+    def replace_regular_file(
+        self, source_relative_path: str, destination_relative_path: str
+    ) -> None:
+        """Renames a regular file over another leaf of this root, and makes missing parents there.
+
+        Durable on return, in both directories. The root is not proved. Raises `FileNotFoundError`
+        for a missing source; `ValueError` if source or destination is something else than a regular
+        file, for a bad parent or an unfit path; `TypeError` for a path that is not `str`; `OSError`
+        for a source that is a symlink; `RuntimeError` if closed. These leave both files as they
+        were, and new parents. A source that was swapped gives `ValueError` and leaves neither file.
+        A failed flush of a directory is an `OSError`, and the rename stands.
+        """
+
+    def move_regular_file_to(
+        self,
+        source_relative_path: str,
+        destination_root: PinnedRoot,
+        destination_relative_path: str,
+    ) -> None:
+        """The same as `replace_regular_file`, to a leaf of `destination_root`.
+
+        Both roots stay open and belong to the caller; neither is proved. Nothing is copied: roots
+        on different file systems give an `OSError` (`EXDEV`), and the source stays.
+        """
+
+    def remove_regular_files_with_suffix(
+        self, suffix: str, *, preserve_relative_paths: Iterable[str]
+    ) -> tuple[str, ...]:
+        """Removes every file of the whole tree whose name ends in `suffix`, hidden ones too.
+
+        Out: the removed relative paths, ascending; the removals are durable. Directories stay,
+        and so does each path that is given to be preserved, by exact match.
+        Raises `ValueError` for a suffix that is empty, holds "/" or is not `str`, for an unfit
+        path, and for a match that is no regular file; `TypeError` for a path that is not `str`;
+        `OSError` if a directory or file is out of reach; `RuntimeError` if closed. What was removed
+        before a failure stays removed.
+        """
+
+    def remove_regular_files_in_prefixes(
+        self, prefixes: tuple[str, ...], *, preserve_relative_paths: Iterable[str]
+    ) -> tuple[str, ...]:
+        """Removes every file strictly beneath the directories `prefixes`, but no hidden names.
+
+        Out, and paths to be preserved: as for `remove_regular_files_with_suffix`. A prefix may end
+        in "/". Without prefixes nothing is looked at, not even the paths to be preserved. Names
+        that begin with "." are neither removed nor entered.
+        Raises `ValueError` for an unfit prefix or path and for a file that is not regular or cannot
+        be opened or removed; `TypeError` for a path that is not `str`; `OSError` if a directory is
+        out of reach; `RuntimeError` if closed. What was removed before a failure stays removed.
+        """
+
+    def list_directory_names(self) -> tuple[str, ...]:
+        """The names of the directories right beneath the root, ascending, hidden ones included.
+
+        Symlinks, and directories that cannot be opened, are left out. The root is not proved.
+        Raises `RuntimeError` if closed, and `OSError` if the listing fails.
+        """
+
+    def ensure_directory(self, relative_path: str) -> None:
+        """Makes each missing directory of the path, the last segment included, with mode 0o755.
+
+        Each new name is durable. What exists already is only opened. The root is not proved.
+        Raises `ValueError` if a segment is a symlink, no directory or out of reach, or for an unfit
+        path; `TypeError` for a path that is not `str`; `OSError` if a directory cannot be made;
+        `RuntimeError` if closed. Directories that were made stay.
+        """
+
+    def remove_directory_tree(self, relative_path: str, *, missing_ok: bool) -> bool:
+        """Removes a directory with all that it holds. True if it was there; durable on return.
+
+        With `missing_ok`, False if the directory or a parent is missing; otherwise
+        `FileNotFoundError`. Raises `ValueError` if it is a symlink or no directory, if it holds
+        anything but directories and regular files that can be removed, for a bad parent or an unfit
+        path; `TypeError` for a path that is not `str`; `RuntimeError` if closed; else `OSError`.
+        What was removed before a failure stays removed. The root is not proved.
         """
 
     @staticmethod
@@ -469,4 +580,212 @@ def load_accepted_distribution_set(
     Raises what `PinnedRoot` and its reads raise; `ManifestJsonError` for bad manifest bytes;
     `TypeError` if `manifest` is not a dict; `ValueError` if a retired "signals_index.json"
     exists or a member differs from its entry; else as `validate_accepted_distribution_set` does.
+    """
+
+# Each of these pins its root or roots, does one operation, proves them, and closes them on every
+# exit. A root proof that fails is a `ValueError`: the result is dropped, but what was done to the
+# disk stays done. A missing root is a `FileNotFoundError` unless the function makes it.
+
+def read_contained_regular_file(
+    root: str | os.PathLike[str], relative_path: str, *, label: str
+) -> bytes:
+    """All bytes of one regular file beneath `root`.
+
+    Raises as `PinnedRoot` and its `read_regular_file` do.
+    """
+
+def read_contained_regular_file_if_present(
+    root: str | os.PathLike[str], relative_path: str, *, label: str
+) -> bytes | None:
+    """All bytes of one regular file beneath `root`, or None if the file or a parent is missing.
+
+    Raises as `PinnedRoot` and its `read_regular_file_if_present` do: a missing root is a
+    `FileNotFoundError`.
+    """
+
+def stat_contained_regular_file(
+    root: str | os.PathLike[str], relative_path: str, *, label: str
+) -> os.stat_result:
+    """The stat result of one regular file beneath `root`.
+
+    Raises as `PinnedRoot` and its `stat_regular_file` do.
+    """
+
+def hash_regular_file_path(
+    path: str | os.PathLike[str], *, label: str, chunk_bytes: int = 1048576
+) -> str:
+    """The SHA-256 of the regular file at the whole path `path`.
+
+    `path` is made absolute without a look at the disk. Holds at most `chunk_bytes` bytes at a time.
+    Raises as `PinnedRoot`, for the directory of `path`, and its `hash_regular_file` do. The
+    directory is pinned before the name is judged.
+    """
+
+def identify_contained_regular_file(
+    root: str | os.PathLike[str], relative_path: str, *, label: str, chunk_bytes: int = 1048576
+) -> ContainedFileIdentity:
+    """Size, SHA-256 and stat key of one regular file beneath `root`.
+
+    Holds at most `chunk_bytes` bytes of it at a time. Raises as `PinnedRoot` and its
+    `hash_regular_file` do.
+    """
+
+def hash_contained_regular_file(
+    root: str | os.PathLike[str], relative_path: str, *, label: str, chunk_bytes: int = 1048576
+) -> str:
+    """The `sha256` of what `identify_contained_regular_file` gives, which raises what it raises."""
+
+def write_contained_regular_file(
+    root: str | os.PathLike[str],
+    relative_path: str,
+    payload: bytes,
+    *,
+    allow_replace: bool = True,
+) -> str:
+    """Publishes `payload` as a whole new file beneath `root`, which is made if it is missing.
+
+    Out: the whole path, joined without a look at links. What is durable and what a failure leaves
+    are as for `PinnedRoot.write_atomic`; a root that was made stays.
+    Raises as `PinnedRoot` and its `write_atomic` do.
+    """
+
+def remove_contained_regular_file(
+    root: str | os.PathLike[str], relative_path: str, *, missing_ok: bool = True
+) -> bool:
+    """Removes one regular file beneath `root`; True if it was there, durable on return.
+
+    With `missing_ok`, False if the file or a parent is missing. A missing root raises
+    `FileNotFoundError` all the same. Raises as `PinnedRoot` and its `remove_regular_file` do.
+    """
+
+def cleanup_contained_regular_files(
+    root: str | os.PathLike[str], *, suffix: str, preserve_relative_paths: Iterable[str]
+) -> tuple[str, ...]:
+    """Removes every file beneath `root` whose name ends in `suffix`; gives their paths, ascending.
+
+    Raises, and leaves behind, as `PinnedRoot` and its `remove_regular_files_with_suffix` do.
+    """
+
+def cleanup_contained_regular_files_in_prefixes(
+    root: str | os.PathLike[str],
+    *,
+    prefixes: tuple[str, ...],
+    preserve_relative_paths: Iterable[str],
+) -> tuple[str, ...]:
+    """Removes every file beneath the directories `prefixes` of `root`; gives the paths, ascending.
+
+    Raises, and leaves behind, as `PinnedRoot` and its `remove_regular_files_in_prefixes` do. The
+    root is pinned and proved without prefixes too.
+    """
+
+def ensure_contained_directory(root: str | os.PathLike[str], relative_path: str) -> str:
+    """Makes each missing directory of the path beneath `root`, and `root` itself.
+
+    Out: the whole path, joined without a look at links. Each new name is durable, and stays after
+    a failure. Raises as `PinnedRoot` and its `ensure_directory` do.
+    """
+
+def remove_contained_directory_tree(
+    root: str | os.PathLike[str], relative_path: str, *, missing_ok: bool = True
+) -> bool:
+    """Removes a directory beneath `root` with all that it holds; True if it was there.
+
+    Durable on return. With `missing_ok`, False if the directory or a parent is missing. A missing
+    root raises `FileNotFoundError` all the same. Raises, and leaves behind, as `PinnedRoot` and
+    its `remove_directory_tree` do.
+    """
+
+def move_contained_regular_file(
+    source_root: str | os.PathLike[str],
+    source_relative_path: str,
+    destination_root: str | os.PathLike[str],
+    destination_relative_path: str,
+) -> None:
+    """Renames a regular file from one root to another; the destination root is made if missing.
+
+    Durable on return, in both directories. A regular file at the destination is replaced.
+    Raises as `PinnedRoot` and its `move_regular_file_to` do, which also tell what a failure leaves:
+    roots on different file systems give an `OSError` (`EXDEV`). A root that was made stays.
+    """
+
+def copy_contained_regular_file(
+    source_root: str | os.PathLike[str],
+    source_relative_path: str,
+    destination_root: str | os.PathLike[str],
+    destination_relative_path: str,
+) -> None:
+    """Copies a regular file to a new file beneath another root, which is made if it is missing.
+
+    Holds at most 1048576 bytes at a time. Durable on return. A regular file at the destination is
+    replaced. That the content is what the source once held is not proved.
+    Raises as `open_regular_file_for_read`, `open_regular_file_for_update` and
+    `replace_regular_file` of `PinnedRoot` do. A failure before the rename leaves no staged file and
+    the destination as it was; a root and directories that were made stay.
+    """
+
+def link_or_copy_contained_regular_file(
+    source_root: str | os.PathLike[str],
+    source_relative_path: str,
+    destination_root: str | os.PathLike[str],
+    destination_relative_path: str,
+) -> Literal["linked", "copied"]:
+    """Gives a regular file a second name beneath another root, or copies it if it cannot be linked.
+
+    The destination root is made if it is missing. A link shares the inode: an update in place
+    changes both names, `write_atomic` one. The name is durable on return; the data is flushed only
+    if it was copied. Raises `FileNotFoundError` for a missing source, `ValueError` for one that is
+    not regular; otherwise as `PinnedRoot` and its `replace_regular_file`, or, if no link can be
+    made for whatever reason, as `copy_contained_regular_file`. A failure leaves behind what that of
+    a copy does.
+    """
+
+def read_regular_file_path(path: str | os.PathLike[str], *, label: str) -> bytes:
+    """All bytes of the regular file at the whole path `path`.
+
+    `path` is made absolute without a look at the disk. Raises `ValueError` for a name that is no
+    relative path, before the directory is pinned; otherwise as `read_contained_regular_file`.
+    """
+
+def write_regular_file_path(
+    path: str | os.PathLike[str], payload: bytes, *, allow_replace: bool = True
+) -> str:
+    """Publishes `payload` as a whole new file at the whole path `path`, and makes its directories.
+
+    Out: the path, made absolute without a look at the disk. Raises `ValueError` for a name that is
+    no relative path, before the directory is pinned; otherwise raises, and leaves behind, as
+    `write_contained_regular_file` does.
+    """
+
+# What the manifests on this machine say of themselves; nothing that they list is looked at.
+
+def positive_manifest_int(value: object) -> int | None:
+    """`int(value)` if that is above 0, otherwise None.
+
+    None, too, for a bool and for what `int` refuses with `TypeError` or `ValueError`. Lenient in
+    form: "3", b" 3 " and 3.9 give 3. An infinite float raises the host's `OverflowError`.
+    """
+
+def manifest_metadata_from_path(path: str | os.PathLike[str]) -> dict[str, int]:
+    """What the manifest at the whole path `path` says of itself.
+
+    Out: a new dict with `client_manifest_version`, `client_manifest_market_id` and
+    `client_manifest_era_number`, in this order, all above 0; or an empty one if the file or a
+    directory is missing, or one of the three values is no positive integer.
+    Raises as `read_regular_file_path` does but for absence, and as
+    `parse_distribution_manifest_bytes` does.
+    """
+
+def local_client_manifest_metadata(
+    data_dir: str | os.PathLike[str] | None,
+    *,
+    market_id: object = None,
+    era_number: object = None,
+) -> dict[str, int]:
+    """What the first usable manifest under `data_dir` says of itself, or an empty dict.
+
+    Tries `distribution/market_<market_id>/era_<era_number>/manifest.json` if both are asked for,
+    with an era alone the one such path of any market, then `manifest.json`. What
+    `positive_manifest_int` makes None of is not asked for; the result is not held against the
+    request. None or an empty `data_dir` gives an empty dict.
+    Raises as `manifest_metadata_from_path` does, and then tries no further path.
     """

@@ -51,7 +51,11 @@ void make_keywords() {
       .label_expected_stat = name_tuple({"label", "expected_stat"}),
       .label_chunk_bytes = name_tuple({"label", "chunk_bytes"}),
       .label_identity = name_tuple({"label", "identity"}),
+      .safe_path_allow_replace = name_tuple({"safe_path", "allow_replace"}),
       .create = name_tuple({"create"}),
+      .allow_replace = name_tuple({"allow_replace"}),
+      .missing_ok = name_tuple({"missing_ok"}),
+      .preserve_relative_paths = name_tuple({"preserve_relative_paths"}),
       .relative_path = name_tuple({"relative_path"}),
       .relative_path_payload_label = name_tuple({"relative_path", "payload", "label"}),
       .relative_path_actual_size_actual_sha_label =

@@ -33,6 +33,22 @@ inline constexpr const char* kModuleName = "brindlefen.distribution.client_manif
   NAME(abspath)                                     \
   NAME(fspath)                                      \
   NAME(joinpath)                                    \
+  NAME(parent)                                      \
+  NAME(split)                                       \
+  NAME(join)                                        \
+  NAME(truncate)                                    \
+  NAME(write)                                       \
+  NAME(flush)                                       \
+  NAME(glob)                                        \
+  NAME(version)                                     \
+  NAME(client_manifest_version)                     \
+  NAME(client_manifest_market_id)                   \
+  NAME(client_manifest_era_number)                  \
+  NAME(rstrip)                                      \
+  NAME(secrets)                                     \
+  NAME(token_hex)                                   \
+  NAME(threading)                                   \
+  NAME(get_ident)                                   \
   NAME(fileno)                                      \
   NAME(read)                                        \
   NAME(seek)                                        \
@@ -76,6 +92,13 @@ inline constexpr const char* kModuleName = "brindlefen.distribution.client_manif
   NAME(validate_manifest_relative_path)             \
   NAME(validate_signals_index_manifest_declaration) \
   NAME(validate_accepted_distribution_set)          \
+  NAME(identify_contained_regular_file)             \
+  NAME(read_contained_regular_file)                 \
+  NAME(write_contained_regular_file)                \
+  NAME(copy_contained_regular_file)                 \
+  NAME(read_regular_file_path)                      \
+  NAME(positive_manifest_int)                       \
+  NAME(manifest_metadata_from_path)                 \
   NAME(assert_root_unchanged)                       \
   NAME(open_regular_file_for_read)                  \
   NAME(read_regular_file)                           \
@@ -84,6 +107,16 @@ inline constexpr const char* kModuleName = "brindlefen.distribution.client_manif
   NAME(hash_regular_file)                           \
   NAME(hash_open_regular_file)                      \
   NAME(assert_open_regular_file_identity)           \
+  NAME(stat_regular_file)                           \
+  NAME(write_atomic)                                \
+  NAME(open_regular_file_for_update)                \
+  NAME(remove_regular_file)                         \
+  NAME(replace_regular_file)                        \
+  NAME(move_regular_file_to)                        \
+  NAME(remove_regular_files_with_suffix)            \
+  NAME(remove_regular_files_in_prefixes)            \
+  NAME(ensure_directory)                            \
+  NAME(remove_directory_tree)                       \
   NAME(_descriptor)                                 \
   NAME(_anchor_descriptor)                          \
   NAME(_anchor_components)                          \
@@ -92,6 +125,7 @@ inline constexpr const char* kModuleName = "brindlefen.distribution.client_manif
   NAME(_open_parent)                                \
   NAME(_open_absolute_directory)                    \
   NAME(_open_directory_components)                  \
+  NAME(_assert_replaceable_leaf)                    \
   NAME(_assert_path_matches_regular_file)           \
   NAME(_read_open_regular_file_with_stat)           \
   NAME(_object_without_duplicate_keys)              \
@@ -131,7 +165,11 @@ struct Keywords {
   PyObject* label_expected_stat;
   PyObject* label_chunk_bytes;
   PyObject* label_identity;
+  PyObject* safe_path_allow_replace;
   PyObject* create;
+  PyObject* allow_replace;
+  PyObject* missing_ok;
+  PyObject* preserve_relative_paths;
   PyObject* relative_path;
   PyObject* relative_path_payload_label;
   PyObject* relative_path_actual_size_actual_sha_label;

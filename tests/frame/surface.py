@@ -54,6 +54,30 @@ DEFINITIONS = (
     "_PosixPinnedRoot",
     "_pinned_root_class",
     "load_accepted_distribution_set",
+    "read_contained_regular_file",
+    "read_contained_regular_file_if_present",
+    "stat_contained_regular_file",
+    "hash_regular_file_path",
+    "identify_contained_regular_file",
+    "hash_contained_regular_file",
+    "write_contained_regular_file",
+    "remove_contained_regular_file",
+    "cleanup_contained_regular_files",
+    "cleanup_contained_regular_files_in_prefixes",
+    "ensure_contained_directory",
+    "remove_contained_directory_tree",
+    "move_contained_regular_file",
+    "copy_contained_regular_file",
+    "link_or_copy_contained_regular_file",
+    "read_regular_file_path",
+    "write_regular_file_path",
+    "positive_manifest_int",
+    "manifest_metadata_from_path",
+    "local_client_manifest_metadata",
+)
+
+_BETWEEN_ROOTS = (
+    "(source_root, source_relative_path, destination_root, destination_relative_path)"
 )
 
 FUNCTIONS = {
@@ -78,6 +102,26 @@ FUNCTIONS = {
     ),
     "_pinned_root_class": "(platform_name=None)",
     "load_accepted_distribution_set": "(root, *, manifest=None)",
+    "read_contained_regular_file": "(root, relative_path, *, label)",
+    "read_contained_regular_file_if_present": "(root, relative_path, *, label)",
+    "stat_contained_regular_file": "(root, relative_path, *, label)",
+    "hash_regular_file_path": "(path, *, label, chunk_bytes=1048576)",
+    "identify_contained_regular_file": "(root, relative_path, *, label, chunk_bytes=1048576)",
+    "hash_contained_regular_file": "(root, relative_path, *, label, chunk_bytes=1048576)",
+    "write_contained_regular_file": "(root, relative_path, payload, *, allow_replace=True)",
+    "remove_contained_regular_file": "(root, relative_path, *, missing_ok=True)",
+    "cleanup_contained_regular_files": "(root, *, suffix, preserve_relative_paths)",
+    "cleanup_contained_regular_files_in_prefixes": "(root, *, prefixes, preserve_relative_paths)",
+    "ensure_contained_directory": "(root, relative_path)",
+    "remove_contained_directory_tree": "(root, relative_path, *, missing_ok=True)",
+    "move_contained_regular_file": _BETWEEN_ROOTS,
+    "copy_contained_regular_file": _BETWEEN_ROOTS,
+    "link_or_copy_contained_regular_file": _BETWEEN_ROOTS,
+    "read_regular_file_path": "(path, *, label)",
+    "write_regular_file_path": "(path, payload, *, allow_replace=True)",
+    "positive_manifest_int": "(value)",
+    "manifest_metadata_from_path": "(path)",
+    "local_client_manifest_metadata": "(data_dir, *, market_id=None, era_number=None)",
 }
 
 # The members of the pinned root, in the order of the class body, as an instance shows them.
@@ -96,7 +140,17 @@ METHODS = {
     "hash_open_regular_file": "(file, relative_path, *, label, chunk_bytes=1048576)",
     "assert_open_regular_file_identity": "(file, relative_path, *, label, identity)",
     "stat_regular_file": "(relative_path, *, label)",
+    "write_atomic": "(relative_path, payload, *, allow_replace)",
+    "open_regular_file_for_update": "(relative_path, *, create)",
     "open_regular_file_for_read": "(relative_path, *, label)",
+    "remove_regular_file": "(relative_path, *, missing_ok)",
+    "replace_regular_file": "(source_relative_path, destination_relative_path)",
+    "move_regular_file_to": "(source_relative_path, destination_root, destination_relative_path)",
+    "remove_regular_files_with_suffix": "(suffix, *, preserve_relative_paths)",
+    "remove_regular_files_in_prefixes": "(prefixes, *, preserve_relative_paths)",
+    "list_directory_names": "()",
+    "ensure_directory": "(relative_path)",
+    "remove_directory_tree": "(relative_path, *, missing_ok)",
     "_assert_replaceable_leaf": "(parent_descriptor, name, *, safe_path, allow_replace)",
     "_assert_path_matches_regular_file": "(relative_path, *, label, expected_stat)",
     "_open_parent": "(relative_path, *, label, create)",
@@ -162,6 +216,9 @@ METHOD_TEXTS = {
         "Recheck one consumed descriptor against its contained path and root."
     ),
     "stat_regular_file": "Return one descriptor/path/root-stable regular-file stat result.",
+    "open_regular_file_for_update": (
+        "Open one contained regular file for descriptor-pinned binary update."
+    ),
     "open_regular_file_for_read": (
         "Open one contained regular file for streaming descriptor-pinned reads."
     ),

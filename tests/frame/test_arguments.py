@@ -11,10 +11,11 @@ from typing import Any
 import pytest
 from brindlefen.distribution import client_manifest
 
-from frame.surface import FUNCTIONS, METHODS
+from frame.surface import CLASS_METHODS, FUNCTIONS, METHODS, STATIC_METHODS
 from support.failures import fails_with
 
-MISSING = "no such directory"
+# No directory, nor one that could be made: the path goes on beneath a file.
+NOWHERE = Path(__file__) / "no directory"
 
 # A value for each parameter name. Whether it is a good one matters little: it must only not be
 # refused by a TypeError, so that a TypeError can come from nothing but the shape of the call.
@@ -29,8 +30,12 @@ SAMPLES: dict[str, Any] = {
     "chunk_bytes": 1,
     "components": (),
     "create": False,
+    "data_dir": NOWHERE,
+    "destination_relative_path": "a/b",
+    "destination_root": NOWHERE,
     "document": {},
     "entry": {"size_bytes": 0, "sha256": "0" * 64},
+    "era_number": 1,
     "expected_stat": os.stat("/"),
     "field": "st_mtime",
     "file": object(),
@@ -39,17 +44,24 @@ SAMPLES: dict[str, Any] = {
     "label": "label",
     "manifest": {},
     "manifest_bytes": b"{}",
+    "market_id": 1,
     "membership_payloads": None,
+    "missing_ok": False,
     "name": "name",
     "pairs": [("key", 1)],
     "parent_descriptor": -1,
-    "path": Path("/") / MISSING,
+    "path": NOWHERE,
     "payload": b"{}",
     "platform_name": "posix",
+    "prefixes": ("a",),
+    "preserve_relative_paths": (),
     "relative_path": "a/b",
-    "root": MISSING,
+    "root": NOWHERE,
     "safe_path": "a/b",
     "signals_index_bytes": b"{}",
+    "source_relative_path": "a/b",
+    "source_root": NOWHERE,
+    "suffix": ".tmp",
     "value": 1,
 }
 
@@ -200,7 +212,9 @@ def test_keywords_made_at_run_time_are_the_same_keywords() -> None:
     assert parse(**{"".join(["pay", "load"]): b"{}", keyword: "x"}) == {}
 
 
-@pytest.mark.parametrize("method", ["close", "_require_descriptor", "read_regular_file"])
+@pytest.mark.parametrize(
+    "method", [name for name in METHODS if name not in STATIC_METHODS | CLASS_METHODS]
+)
 def test_a_method_called_on_nothing_is_refused(method: str) -> None:
     with fails_with(TypeError, None):
         getattr(client_manifest.PinnedRoot, method)()
@@ -220,3 +234,35 @@ def test_a_refused_call_runs_nothing(monkeypatch: pytest.MonkeyPatch) -> None:
             b"{}", lable="manifest.json"
         )
     assert reached == []
+
+
+@pytest.mark.parametrize(
+    ("name", "arguments", "keywords"),
+    [
+        ("write_contained_regular_file", ("leaf", b"new", True), {}),
+        ("write_contained_regular_file", ("leaf", b"new"), {"allow_replaced": True}),
+        ("ensure_contained_directory", ("leaf", "more"), {}),
+        ("remove_contained_regular_file", ("kept", True), {}),
+        ("remove_contained_directory_tree", ("kept", True), {}),
+        ("cleanup_contained_regular_files", ("kept", ()), {}),
+        ("cleanup_contained_regular_files", (), {"suffix": "kept"}),
+        ("cleanup_contained_regular_files_in_prefixes", (("a",), ()), {}),
+        ("move_contained_regular_file", ("kept", "other"), {}),
+        ("copy_contained_regular_file", ("kept", "other"), {}),
+        ("link_or_copy_contained_regular_file", ("kept", "other"), {}),
+    ],
+)
+@pytest.mark.parametrize("root", ["there", "absent"])
+def test_a_refused_call_leaves_the_disk_alone(
+    name: str,
+    arguments: tuple[object, ...],
+    keywords: dict[str, object],
+    root: str,
+    tmp_path: Path,
+) -> None:
+    file = tmp_path / "there" / "kept"
+    file.parent.mkdir()
+    file.touch()
+    with fails_with(TypeError, None):
+        getattr(client_manifest, name)(tmp_path / root, *arguments, **keywords)
+    assert sorted(tmp_path.rglob("*")) == [file.parent, file]

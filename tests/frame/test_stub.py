@@ -3,13 +3,14 @@
 from __future__ import annotations
 
 import ast
+import copy
 from pathlib import Path
 
 import pytest
 
 from brindlefen.distribution import client_manifest
 
-from .surface import CONSTANTS, DEFINITIONS, METHODS, TEXTS
+from .surface import CONSTANTS, DEFINITIONS, FUNCTIONS, METHOD_TEXTS, METHODS, TEXTS
 
 assert client_manifest.__file__ is not None
 STUB = Path(client_manifest.__file__).with_name("client_manifest.pyi")
@@ -38,23 +39,65 @@ def names_of(statements: list[ast.stmt]) -> dict[str, ast.stmt]:
     return found
 
 
+def members_of(name: str) -> dict[str, ast.FunctionDef]:
+    """The functions in the body of a class of the stub, in their order."""
+    definition = MODULE_NAMES[name]
+    assert isinstance(definition, ast.ClassDef)
+    functions = [node for node in definition.body if isinstance(node, ast.FunctionDef)]
+    return {node.name: node for node in functions}
+
+
+def shape(function: ast.FunctionDef) -> str:
+    """The parameters with their defaults, as a caller gives them, without the annotations."""
+    arguments = copy.deepcopy(function.args)
+    for argument in [*arguments.args, *arguments.kwonlyargs]:
+        argument.annotation = None
+    if arguments.args and arguments.args[0].arg in ("self", "cls"):
+        del arguments.args[0]
+    return f"({ast.unparse(arguments)})"
+
+
+def text_of(node: ast.stmt) -> str:
+    """The documentation text of a definition, without its breaks of lines."""
+    assert isinstance(node, (ast.FunctionDef, ast.ClassDef))
+    return " ".join((ast.get_docstring(node) or "").split())
+
+
 MODULE_NAMES = names_of(TREE.body)
+PINNED_ROOT = members_of("PinnedRoot")
 
 
-def test_the_stub_has_every_name_and_no_other() -> None:
-    assert set(MODULE_NAMES) == {*CONSTANTS, *DEFINITIONS}
+def test_the_stub_has_every_name_in_its_order_and_no_other() -> None:
+    assert list(MODULE_NAMES) == [*CONSTANTS, *DEFINITIONS]
 
 
 def test_the_stub_has_every_member_in_its_order() -> None:
-    pinned_root = MODULE_NAMES["PinnedRoot"]
-    assert isinstance(pinned_root, ast.ClassDef)
-    members = [node.name for node in pinned_root.body if isinstance(node, ast.FunctionDef)]
-    assert members == list(METHODS)
+    assert list(PINNED_ROOT) == list(METHODS)
+
+
+@pytest.mark.parametrize("name", FUNCTIONS)
+def test_the_stub_gives_a_function_its_parameters(name: str) -> None:
+    node = MODULE_NAMES[name]
+    assert isinstance(node, ast.FunctionDef)
+    assert shape(node) == FUNCTIONS[name]
+
+
+@pytest.mark.parametrize("name", METHODS)
+def test_the_stub_gives_a_method_its_parameters(name: str) -> None:
+    assert shape(PINNED_ROOT[name]) == METHODS[name]
 
 
 @pytest.mark.parametrize("name", TEXTS)
 def test_the_stub_begins_with_the_text_of_the_module(name: str) -> None:
-    node = MODULE_NAMES[name]
-    assert isinstance(node, (ast.FunctionDef, ast.ClassDef))
-    text = " ".join((ast.get_docstring(node) or "").split())
-    assert text.startswith(" ".join(TEXTS[name].split()))
+    assert text_of(MODULE_NAMES[name]).startswith(" ".join(TEXTS[name].split()))
+
+
+@pytest.mark.parametrize("name", METHOD_TEXTS)
+def test_the_stub_begins_with_the_text_of_the_method(name: str) -> None:
+    assert text_of(PINNED_ROOT[name]).startswith(METHOD_TEXTS[name])
+
+
+@pytest.mark.parametrize("name", [*FUNCTIONS, *METHODS])
+def test_the_stub_tells_of_every_operation(name: str) -> None:
+    node = MODULE_NAMES[name] if name in FUNCTIONS else PINNED_ROOT[name]
+    assert text_of(node).endswith(".")

@@ -64,7 +64,7 @@ TEST(InterpreterLockTest, AFailureTravelsAsItIsUntilTheOutermostPhaseEnds) {
       try {
         system::phase([]() -> int { throw system::Failure(ENOENT, "name"); });
       } catch (const system::Failure& failure) {
-        met_inside = failure.is(ENOENT) && !holds_lock();
+        met_inside = failure.is_missing() && !holds_lock();
         throw;
       }
     });

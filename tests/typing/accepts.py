@@ -174,6 +174,32 @@ def pin() -> None:
     PinnedRoot(root=Place()).close()
 
 
+def write(root: PinnedRoot, other: PinnedRoot) -> bool:
+    root.write_atomic("a", b"", allow_replace=False)
+    root.write_atomic(relative_path="a", payload=b"", allow_replace=True)
+    with root.open_regular_file_for_update("a", create=True) as file:
+        assert_type(file, io.BufferedRandom).truncate(0)
+        file.write(file.read())
+    root.replace_regular_file("a", "b")
+    root.replace_regular_file(source_relative_path="b", destination_relative_path="a")
+    root.move_regular_file_to("a", other, "b")
+    root.move_regular_file_to("a", destination_root=other, destination_relative_path="b")
+    return assert_type(root.remove_regular_file("a", missing_ok=True), bool)
+
+
+def work_on_trees(root: PinnedRoot, kept: frozenset[str]) -> bool:
+    by_suffix = root.remove_regular_files_with_suffix(".tmp", preserve_relative_paths=kept)
+    assert_type(by_suffix, tuple[str, ...])
+    root.remove_regular_files_with_suffix(".tmp", preserve_relative_paths=[*kept])
+    root.remove_regular_files_with_suffix(".tmp", preserve_relative_paths=(p for p in kept))
+    by_prefix = root.remove_regular_files_in_prefixes(("a", "b"), preserve_relative_paths=kept)
+    assert_type(by_prefix, tuple[str, ...])
+    root.remove_regular_files_in_prefixes(prefixes=(), preserve_relative_paths=set())
+    assert_type(root.list_directory_names(), tuple[str, ...])
+    root.ensure_directory("a")
+    return assert_type(root.remove_directory_tree("a", missing_ok=True), bool)
+
+
 def choose_class(name: str | None) -> type[PinnedRoot]:
     kinds = [client_manifest._pinned_root_class(), client_manifest._PosixPinnedRoot]
     return kinds[0] if name == "" else client_manifest._pinned_root_class(name)

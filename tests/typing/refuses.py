@@ -94,6 +94,52 @@ def roots(root: PinnedRoot, file: io.BufferedReader, text: io.TextIOWrapper) -> 
     len(root.read_regular_file_if_present("a", label="a"))  # type: ignore[arg-type]
 
 
+def writes(root: PinnedRoot, payload: bytearray) -> None:
+    root.write_atomic("a", b"")  # type: ignore[call-arg]
+    root.write_atomic("a", b"", True)  # type: ignore[call-arg]
+    root.write_atomic("a", payload, allow_replace=True)  # type: ignore[arg-type]
+    root.write_atomic("a", "text", allow_replace=True)  # type: ignore[arg-type]
+    root.write_atomic(b"a", b"", allow_replace=True)  # type: ignore[arg-type]
+    done = root.write_atomic("a", b"", allow_replace=True)  # type: ignore[func-returns-value]
+    assert done is None
+    root.open_regular_file_for_update("a")  # type: ignore[call-arg]
+    root.open_regular_file_for_update("a", True)  # type: ignore[call-arg]
+    root.open_regular_file_for_update("a", create=None)  # type: ignore[arg-type]
+    root.open_regular_file_for_update("a", create=True).write("text")  # type: ignore[arg-type]
+    root.remove_regular_file("a")  # type: ignore[call-arg]
+    root.remove_regular_file("a", True)  # type: ignore[call-arg]
+    root.replace_regular_file("a")  # type: ignore[call-arg]
+    root.replace_regular_file("a", root.path)  # type: ignore[arg-type]
+    root.move_regular_file_to("a", "/", "b")  # type: ignore[arg-type]
+    root.move_regular_file_to("a", root)  # type: ignore[call-arg]
+
+
+def trees(root: PinnedRoot) -> None:
+    root.remove_regular_files_with_suffix(".tmp")  # type: ignore[call-arg]
+    root.remove_regular_files_with_suffix(".tmp", {"a"})  # type: ignore[call-arg]
+    root.remove_regular_files_with_suffix(
+        b".tmp",  # type: ignore[arg-type]
+        preserve_relative_paths=(),
+    )
+    root.remove_regular_files_with_suffix(
+        ".tmp",
+        preserve_relative_paths=None,  # type: ignore[arg-type]
+    )
+    # Text alone would count as many prefixes of one character.
+    root.remove_regular_files_in_prefixes("a", preserve_relative_paths=())  # type: ignore[arg-type]
+    root.remove_regular_files_in_prefixes(
+        ["a"],  # type: ignore[arg-type]
+        preserve_relative_paths=(),
+    )
+    root.remove_regular_files_in_prefixes(
+        ("a",),
+        preserve_relative_paths={b"a"},  # type: ignore[arg-type]
+    )
+    root.list_directory_names().sort()  # type: ignore[attr-defined]
+    root.ensure_directory(root.path)  # type: ignore[arg-type]
+    root.remove_directory_tree("a")  # type: ignore[call-arg]
+
+
 def constants() -> None:
     client_manifest._LEGACY_SIGNALS_INDEX_PATH = "other"  # type: ignore[misc]
     client_manifest._SIGNALS_INDEX_SECTIONS[3]  # type: ignore[misc]

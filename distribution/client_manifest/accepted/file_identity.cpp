@@ -60,7 +60,7 @@ Reference make_file_identity(PyObject* stat_key, const Reference& sha256) {
 
 namespace {
 
-constexpr host::Signature kStatKeySignature{.name = "stat_key", .kind = host::Kind::method};
+constexpr host::Signature kStatKeySignature{.name = "stat_key", .kind = host::Kind::property};
 
 Reference stat_key_body(PyObject* self, const Arguments& /*arguments*/) {
   const Reference size = attribute(self, names().size_bytes);

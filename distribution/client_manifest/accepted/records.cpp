@@ -16,20 +16,22 @@ Reference of_accepted(PyObject* self, PyObject* name) {
   return host::attribute(accepted.get(), name);
 }
 
-constexpr host::Signature kPathSignature{.name = "signals_index_path", .kind = host::Kind::method};
+constexpr host::Signature kPathSignature{.name = "signals_index_path",
+                                         .kind = host::Kind::property};
 Reference path_body(PyObject* self, const Arguments& /*arguments*/) {
   return of_accepted(self, names().signals_index_path);
 }
 constinit const Operation kPath = Operation::of<kPathSignature, &path_body>();
 
 constexpr host::Signature kDocumentSignature{.name = "signals_index_document",
-                                             .kind = host::Kind::method};
+                                             .kind = host::Kind::property};
 Reference document_body(PyObject* self, const Arguments& /*arguments*/) {
   return of_accepted(self, names().signals_index_document);
 }
 constinit const Operation kDocument = Operation::of<kDocumentSignature, &document_body>();
 
-constexpr host::Signature kMembersSignature{.name = "membership_paths", .kind = host::Kind::method};
+constexpr host::Signature kMembersSignature{.name = "membership_paths",
+                                            .kind = host::Kind::property};
 Reference members_body(PyObject* self, const Arguments& /*arguments*/) {
   return of_accepted(self, names().membership_paths);
 }

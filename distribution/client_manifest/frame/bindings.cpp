@@ -17,6 +17,11 @@
 #include "documents/strict_json.h"
 #include "frame/class_choice.h"
 #include "host/plain_class.h"
+#include "path_level/contained_changes.h"
+#include "path_level/contained_reads.h"
+#include "path_level/local_metadata.h"
+#include "path_level/transfers.h"
+#include "path_level/whole_paths.h"
 #include "pinned_root/class.h"
 
 namespace client_manifest::frame {
@@ -152,7 +157,29 @@ void bind_all(PyObject* module) {
       &accepted::kValidateAcceptedDistributionSet,
   });
   bind_pinned_root(binder);
-  binder.bind_functions({&accepted::kLoadAcceptedDistributionSet});
+  binder.bind_functions({
+      &accepted::kLoadAcceptedDistributionSet,
+      &path_level::kReadContainedRegularFile,
+      &path_level::kReadContainedRegularFileIfPresent,
+      &path_level::kStatContainedRegularFile,
+      &path_level::kHashRegularFilePath,
+      &path_level::kIdentifyContainedRegularFile,
+      &path_level::kHashContainedRegularFile,
+      &path_level::kWriteContainedRegularFile,
+      &path_level::kRemoveContainedRegularFile,
+      &path_level::kCleanupContainedRegularFiles,
+      &path_level::kCleanupContainedRegularFilesInPrefixes,
+      &path_level::kEnsureContainedDirectory,
+      &path_level::kRemoveContainedDirectoryTree,
+      &path_level::kMoveContainedRegularFile,
+      &path_level::kCopyContainedRegularFile,
+      &path_level::kLinkOrCopyContainedRegularFile,
+      &path_level::kReadRegularFilePath,
+      &path_level::kWriteRegularFilePath,
+      &path_level::kPositiveManifestInt,
+      &path_level::kManifestMetadataFromPath,
+      &path_level::kLocalClientManifestMetadata,
+  });
 }
 
 }  // namespace client_manifest::frame

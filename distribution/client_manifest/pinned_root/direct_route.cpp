@@ -7,10 +7,12 @@
 #include "accepted/file_identity.h"
 #include "accepted/stat_key.h"
 #include "documents/relative_path.h"
+#include "host/method.h"
 #include "host/value.h"
 #include "pinned_root/hashing.h"
 #include "pinned_root/leaf.h"
 #include "pinned_root/leaf_proofs.h"
+#include "pinned_root/opening.h"
 #include "pinned_root/parent.h"
 #include "pinned_root/pinning.h"
 #include "pinned_root/reading.h"
@@ -29,12 +31,7 @@ using system::FileStat;
 using system::OwnedDescriptor;
 
 bool keeps(PyObject* self, PyObject* name, const Operation& operation) {
-  return operation.is_method_of(self, name);
-}
-
-// Static and class methods are bound to a class instead of the instance.
-bool keeps_of_class(PyObject* self, PyObject* name, const Operation& operation) {
-  return operation.is(host::attribute(self, name).get());
+  return host::Method(self, name).is(operation);
 }
 
 bool keeps_walks_and_proofs(PyObject* self) {
@@ -45,8 +42,8 @@ bool keeps_walks_and_proofs(PyObject* self) {
          keeps(self, names()._require_descriptor, kRequireDescriptor) &&
          keeps(self, names()._assert_path_matches_regular_file, kAssertPathMatchesRegularFile) &&
          keeps(self, names().assert_root_unchanged, kAssertRootUnchanged) &&
-         keeps_of_class(self, names()._open_absolute_directory, kOpenAbsoluteDirectory) &&
-         keeps_of_class(self, names()._open_directory_components, kOpenDirectoryComponents);
+         keeps(self, names()._open_absolute_directory, kOpenAbsoluteDirectory) &&
+         keeps(self, names()._open_directory_components, kOpenDirectoryComponents);
 }
 
 bool keeps_functions() {

@@ -1,8 +1,12 @@
 // Each call with its arguments as they stand in the operation's own signature.
 #include "pinned_root/instance.h"
 
+#include "host/method.h"
 #include "host/value.h"
+#include "pinned_root/absence.h"
 #include "pinned_root/hashing.h"
+#include "pinned_root/leaf_proofs.h"
+#include "pinned_root/pinning.h"
 
 namespace client_manifest::pinned_root {
 
@@ -14,7 +18,10 @@ void Instance::set(PyObject* attribute, PyObject* value) const {
 }
 
 int Instance::require_descriptor() const {
-  return host::as_int(host::call_method(self_, names()._require_descriptor).get());
+  const host::Method method(self_, names()._require_descriptor);
+  return host::as_int((method.is(kRequireDescriptor) ? pinned_root::require_descriptor(self_)
+                                                     : method.call(nullptr))
+                          .get());
 }
 
 void Instance::assert_root_unchanged() const {
@@ -37,12 +44,43 @@ OwnedDescriptor Instance::open_directory_components(const Reference& anchor,
   return OwnedDescriptor(host::as_int(opened.get()));
 }
 
-Parent Instance::open_parent(PyObject* relative_path, PyObject* label, bool create) const {
-  const Reference opened =
-      host::call_method_with_keywords(self_, names()._open_parent, keywords().label_create,
-                                      relative_path, label, create ? Py_True : Py_False);
+Parent Instance::open_parent(PyObject* relative_path, PyObject* label, PyObject* create) const {
+  const host::Method method(self_, names()._open_parent);
+  if (method.is(kOpenParent)) {
+    return pinned_root::open_parent(self_, {.label = label, .path = relative_path}, create);
+  }
+  const Reference opened = method.call(keywords().label_create, relative_path, label, create);
   host::Pair parent = host::unpack_pair(opened.get());
   return {OwnedDescriptor(host::as_int(parent.first.get())), std::move(parent.second)};
+}
+
+Parent Instance::open_parent(PyObject* relative_path, const char* label, PyObject* create) const {
+  const Reference text = host::take(PyUnicode_FromString(label));
+  return open_parent(relative_path, text.get(), create);
+}
+
+std::optional<Parent> Instance::open_parent_to_remove_from(PyObject* relative_path,
+                                                           const char* label,
+                                                           PyObject* missing_ok) const {
+  try {
+    return open_parent(relative_path, label, Py_False);
+  } catch (const host::Error& error) {
+    if (!is_excused(error, missing_ok)) throw;
+    return std::nullopt;
+  }
+}
+
+void Instance::assert_replaceable_leaf(const Parent& parent, PyObject* safe_path,
+                                       PyObject* allow_replace) const {
+  const host::Method method(self_, names()._assert_replaceable_leaf);
+  const int descriptor = parent.descriptor.get();
+  if (method.is(kAssertReplaceableLeaf)) {
+    pinned_root::assert_replaceable_leaf(descriptor, parent.name.get(), safe_path, allow_replace);
+    return;
+  }
+  const Reference number = host::integer(std::int64_t{descriptor});
+  static_cast<void>(method.call(keywords().safe_path_allow_replace, number, parent.name, safe_path,
+                                allow_replace));
 }
 
 Reference Instance::open_regular_file_for_read(PyObject* relative_path, PyObject* label) const {

@@ -1,18 +1,16 @@
 // Calls an instance's operations as the host calls them: through the instance, so that whatever a
-// subclass or the instance itself puts in the place of an operation is honoured.
+// subclass or the instance itself puts in the place of an operation is honoured. What is still ours
+// and is called for every file is run without the detour through host values.
 #pragma once
+
+#include <optional>
 
 #include "accepted/file_identity.h"
 #include "client_manifest.h"
+#include "pinned_root/parent.h"
 #include "system/owned_descriptor.h"
 
 namespace client_manifest::pinned_root {
-
-// A parent directory, owned by whoever asked for it, and the name of the leaf in it.
-struct Parent {
-  system::OwnedDescriptor descriptor;
-  host::Reference name;
-};
 
 class Instance {
  public:
@@ -32,7 +30,16 @@ class Instance {
   [[nodiscard]] system::OwnedDescriptor open_directory_components(const host::Reference& anchor,
                                                                   const host::Reference& components,
                                                                   PyObject* label) const;
-  [[nodiscard]] Parent open_parent(PyObject* relative_path, PyObject* label, bool create) const;
+  [[nodiscard]] Parent open_parent(PyObject* relative_path, PyObject* label,
+                                   PyObject* create) const;
+  [[nodiscard]] Parent open_parent(PyObject* relative_path, const char* label,
+                                   PyObject* create) const;
+  // Nothing where a parent is missing and `missing_ok` excuses that.
+  [[nodiscard]] std::optional<Parent> open_parent_to_remove_from(PyObject* relative_path,
+                                                                 const char* label,
+                                                                 PyObject* missing_ok) const;
+  void assert_replaceable_leaf(const Parent& parent, PyObject* safe_path,
+                               PyObject* allow_replace) const;
 
   [[nodiscard]] host::Reference open_regular_file_for_read(PyObject* relative_path,
                                                            PyObject* label) const;

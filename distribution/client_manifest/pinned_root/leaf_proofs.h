@@ -5,6 +5,10 @@
 
 namespace client_manifest::pinned_root {
 
+// Requires that a file may take the place of `name`; an absent leaf always passes.
+void assert_replaceable_leaf(int parent, PyObject* name, PyObject* safe_path,
+                             PyObject* allow_replace);
+
 extern const host::Operation kAssertReplaceableLeaf;
 extern const host::Operation kAssertPathMatchesRegularFile;
 

@@ -26,22 +26,26 @@ Reference last_segment(PyObject* relative_path) {
   return take(PyUnicode_Substring(relative_path, slash + 1, length));
 }
 
-Reference open_parent(PyObject* self, const Arguments& arguments) {
+Reference body(PyObject* self, const Arguments& arguments) {
   const Subject subject{.label = arguments[1], .path = arguments[0]};
-  const auto segments = system::FileNames::split(subject.path);
-  const Reference name = last_segment(subject.path);
-  const int pinned = through(self).require_descriptor();
-  const bool create = host::is_true(arguments[2]);
-  system::OwnedDescriptor parent =
-      in_words([&] { return walk_to_parent(pinned, segments, create, subject); });
-  const Reference number = take(PyLong_FromLong(parent.get()));
-  Reference result = take(PyTuple_Pack(2, number.get(), name.get()));
-  static_cast<void>(parent.release());
+  Parent parent = open_parent(self, subject, arguments[2]);
+  const Reference number = take(PyLong_FromLong(parent.descriptor.get()));
+  Reference result = take(PyTuple_Pack(2, number.get(), parent.name.get()));
+  static_cast<void>(parent.descriptor.release());
   return result;
 }
 
 }  // namespace
 
-constinit const Operation kOpenParent = Operation::of<kSignature, &open_parent>();
+Parent open_parent(PyObject* self, const Subject& subject, PyObject* create) {
+  const auto segments = system::FileNames::split(subject.path);
+  Reference name = last_segment(subject.path);
+  const int pinned = through(self).require_descriptor();
+  const bool creates = segments.size() > 1 && host::is_true(create);
+  return {in_words([&] { return walk_to_parent(pinned, segments, creates, subject); }),
+          std::move(name)};
+}
+
+constinit const Operation kOpenParent = Operation::of<kSignature, &body>();
 
 }  // namespace client_manifest::pinned_root

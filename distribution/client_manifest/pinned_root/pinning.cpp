@@ -4,6 +4,7 @@
 
 #include "host/message.h"
 #include "host/value.h"
+#include "pinned_root/absolute_path.h"
 #include "pinned_root/instance.h"
 #include "pinned_root/walk.h"
 
@@ -29,15 +30,6 @@ void require_posix() {
     raise(PyExc_NotImplementedError,
           "secure descriptor-relative SDK filesystem I/O requires POSIX O_NOFOLLOW support");
   }
-}
-
-// The absolute form of `root`, collapsed without a look at the disk.
-Reference absolute_path(PyObject* root) {
-  const Reference os = global(names().os);
-  const Reference text = host::call_method(os.get(), names().fspath, root);
-  const Reference os_path = host::attribute(os.get(), names().path);
-  const Reference absolute = host::call_method(os_path.get(), names().abspath, text);
-  return host::call(global(names().Path), absolute);
 }
 
 constexpr host::Signature kInitSignature{
@@ -99,13 +91,17 @@ Reference open_directory_components(PyObject* /*type*/, const Arguments& argumen
 
 constexpr host::Signature kRequireSignature{.name = "_require_descriptor", .kind = Kind::method};
 
-Reference require_descriptor(PyObject* self, const Arguments& /*arguments*/) {
+Reference require_descriptor_body(PyObject* self, const Arguments& /*arguments*/) {
+  return require_descriptor(self);
+}
+
+}  // namespace
+
+Reference require_descriptor(PyObject* self) {
   Reference descriptor = through(self).get(names()._descriptor);
   if (descriptor.get() == Py_None) raise(PyExc_RuntimeError, "pinned root is closed");
   return descriptor;
 }
-
-}  // namespace
 
 constinit const Operation kInit = Operation::of<kInitSignature, &init>();
 constinit const Operation kOpenAbsoluteDirectory =
@@ -113,6 +109,6 @@ constinit const Operation kOpenAbsoluteDirectory =
 constinit const Operation kOpenDirectoryComponents =
     Operation::of<kComponentsSignature, &open_directory_components>();
 constinit const Operation kRequireDescriptor =
-    Operation::of<kRequireSignature, &require_descriptor>();
+    Operation::of<kRequireSignature, &require_descriptor_body>();
 
 }  // namespace client_manifest::pinned_root

@@ -5,6 +5,9 @@
 
 namespace client_manifest::pinned_root {
 
+// The descriptor attribute of a root that is not closed.
+[[nodiscard]] host::Reference require_descriptor(PyObject* self);
+
 extern const host::Operation kInit;
 extern const host::Operation kOpenAbsoluteDirectory;
 extern const host::Operation kOpenDirectoryComponents;

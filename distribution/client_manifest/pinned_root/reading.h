@@ -5,7 +5,6 @@
 
 namespace client_manifest::pinned_root {
 
-extern const host::Operation kOpenRegularFileForRead;
 extern const host::Operation kReadRegularFile;
 extern const host::Operation kReadRegularFileWithStat;
 extern const host::Operation kReadOpenRegularFileWithStat;

@@ -3,6 +3,7 @@
 
 #include "host/handling.h"
 #include "host/message.h"
+#include "host/text_form.h"
 #include "host/value.h"
 
 namespace client_manifest::pinned_root {
@@ -11,9 +12,14 @@ namespace {
 using host::Error;
 using host::Reference;
 
+Reference shown_path(const Subject& subject) {
+  if (subject.components != nullptr) return host::joined("/", subject.components);
+  if (!subject.entry.empty()) return host::from_text_form(subject.entry);
+  return Reference::acquire(subject.path);
+}
+
 Error worded(const Wording& wording, const Subject& subject) {
-  const Reference path = subject.components != nullptr ? host::joined("/", subject.components)
-                                                       : Reference::acquire(subject.path);
+  const Reference path = shown_path(subject);
   if (!path) return {wording.kind, host::text(wording.words)};
   if (subject.label == nullptr) return {wording.kind, host::text(wording.words, path)};
   return {wording.kind, host::text(subject.label, wording.words, path)};
@@ -25,6 +31,12 @@ Error worded_from(const Error& cause, const Wording& wording, const Subject& sub
 }
 
 }  // namespace
+
+Error translated(Error failed, const Clauses& clauses, const Subject& subject) {
+  if (!failed.matches(PyExc_OSError)) return failed;
+  const Wording& clause = failed.matches(PyExc_FileNotFoundError) ? clauses.missing : clauses.other;
+  return clause ? worded_from(failed, clause, subject) : std::move(failed);
+}
 
 Refusal Refusal::in_flight() {
   try {
@@ -55,13 +67,9 @@ Refusal Refusal::replaced_by(Wording wording) && {
 }
 
 Error Refusal::original() && {
-  if (error_) return std::move(*error_);
+  if (error_) return std::move(*error_).taken();
   if (!failure_) return worded(wording_, subject_);
-  Error failed = std::move(*failure_).as_host_error();
-  if (!failed.matches(PyExc_OSError)) return failed;
-  const Wording& clause =
-      failed.matches(PyExc_FileNotFoundError) ? clauses_.missing : clauses_.other;
-  return clause ? worded_from(failed, clause, subject_) : std::move(failed);
+  return pinned_root::translated(std::move(*failure_).as_host_error(), clauses_, subject_);
 }
 
 Error Refusal::in_context() && {

@@ -5,18 +5,20 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 #include "system/owned_descriptor.h"
 #include "system/phase.h"
 
 namespace client_manifest::pinned_root {
 
-// What the words of a refusal speak of. Both are borrowed from the operation that is at work, and
-// are formatted only when something is refused.
+// What the words of a refusal speak of, formatted only when something is refused. All of it is
+// borrowed from the operation that is at work.
 struct Subject {
   PyObject* label = nullptr;
   PyObject* path = nullptr;
   PyObject* components = nullptr;  // in the place of a path: shown joined by "/"
+  std::string_view entry = {};     // in the place of a path: where a walk stands, in text form
 };
 
 // An exception in words: "{label}{words}{path}", without what the subject lacks.
@@ -33,6 +35,14 @@ struct Clauses {
   Wording missing;
   Wording other;
 };
+
+// One clause for every OSError.
+[[nodiscard]] inline Clauses any_failure(const Wording& wording) { return {wording, wording}; }
+
+// What becomes of `failed` by the clauses, chained from it; the failure itself where they have no
+// words for it. Needs the lock.
+[[nodiscard]] host::Error translated(host::Error failed, const Clauses& clauses,
+                                     const Subject& subject);
 
 class Refusal : public std::exception {
  public:
@@ -65,7 +75,7 @@ class Refusal : public std::exception {
   [[nodiscard]] host::Error in_context() &&;
 
   std::unique_ptr<Refusal> context_;
-  std::optional<host::Error> error_;
+  std::optional<host::CarriedError> error_;
   std::optional<system::Failure> failure_;
   Clauses clauses_;
   Wording wording_;
@@ -95,7 +105,8 @@ void closed_in_any_case(system::OwnedDescriptor& descriptor, Work&& work) {
   descriptor.close();
 }
 
-// Runs a phase of system calls without the lock; what it refuses leaves in words.
+// Runs a phase of system calls without the lock; what it refuses leaves in words. The outermost
+// one only: words need the lock.
 template <class Work>
 auto in_words(Work&& work) -> decltype(work()) {
   try {

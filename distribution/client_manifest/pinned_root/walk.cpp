@@ -3,8 +3,6 @@
 // descent leaves open, and it counts that failure as one of the open.
 #include "pinned_root/walk.h"
 
-#include <cerrno>
-
 #include "system/calls.h"
 
 namespace client_manifest::pinned_root {
@@ -18,26 +16,6 @@ struct DescentWords {
   Clauses open;
   Wording not_a_directory;
 };
-
-// Makes the directory durable in its parent before anything is put into it. One that is there
-// already was made durable by whoever made it.
-void make_durable_directory(const OwnedDescriptor& current, const char* name) {
-  try {
-    system::make_directory_at(current.get(), name);
-    system::synchronize(current.get());
-  } catch (const Failure& failure) {
-    if (!failure.is(EEXIST)) throw;
-  }
-}
-
-OwnedDescriptor open_segment(const OwnedDescriptor& current, const char* name,
-                             const DescentWords& words, const Subject& subject) {
-  try {
-    return system::open_directory_at(current.get(), name);
-  } catch (Failure& failure) {
-    throw Refusal(std::move(failure)).translated(words.open, subject);
-  }
-}
 
 system::FileStat stat_or_leave_open(OwnedDescriptor& next) {
   try {
@@ -54,8 +32,8 @@ OwnedDescriptor descend(OwnedDescriptor current, const FileNames& names, std::si
   closed_on_failure(current, [&] {
     for (std::size_t i = 0; i < count; ++i) {
       const char* const name = names.at(i);
-      if (create) make_durable_directory(current, name);
-      OwnedDescriptor next = open_segment(current, name, words, subject);
+      if (create) make_durable_directory(current.get(), name);
+      OwnedDescriptor next = open_directory(current.get(), name, words.open, subject);
       if (!stat_or_leave_open(next).is_directory()) {
         next.close();
         throw Refusal(words.not_a_directory, subject);
@@ -88,6 +66,24 @@ OwnedDescriptor open_following(const OwnedDescriptor& current, const char* name,
 }
 
 }  // namespace
+
+OwnedDescriptor open_directory(int parent, const char* name, const Clauses& clauses,
+                               const Subject& subject) {
+  try {
+    return system::open_directory_at(parent, name);
+  } catch (Failure& failure) {
+    throw Refusal(std::move(failure)).translated(clauses, subject);
+  }
+}
+
+void make_durable_directory(int parent, const char* name) {
+  if (!system::make_directory_at(parent, name)) return;
+  try {
+    system::synchronize(parent);
+  } catch (const Failure& failure) {
+    if (!failure.is_there_already()) throw;
+  }
+}
 
 OwnedDescriptor walk_from_top(const FileNames& names, bool create) {
   const DescentWords words{

@@ -15,6 +15,15 @@
 
 namespace client_manifest::pinned_root {
 
+// Opens one directory, without following a link; the clauses say what becomes of a failure.
+[[nodiscard]] system::OwnedDescriptor open_directory(int parent, const char* name,
+                                                     const Clauses& clauses,
+                                                     const Subject& subject);
+
+// Makes a directory, and makes it durable in its parent before anything is put into it. One that is
+// there already was made durable by whoever made it.
+void make_durable_directory(int parent, const char* name);
+
 // From "/" down all of `names`; with `create`, missing directories are made and made durable.
 [[nodiscard]] system::OwnedDescriptor walk_from_top(const system::FileNames& names, bool create);
 
