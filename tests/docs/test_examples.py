@@ -26,8 +26,13 @@ ARROW = "# -> "
 OPENING = "```python"
 DOCUMENTS = [
     document
-    for document in (REPOSITORY / "README.md", *sorted(REPOSITORY.glob("docs/*.md")))
+    for document in (REPOSITORY / "README.md", *sorted(REPOSITORY.glob("docs/**/*.md")))
     if OPENING in document.read_text("utf-8")
+]
+WITH_RESULTS = [
+    REPOSITORY / "README.md",
+    REPOSITORY / "docs/formats.md",
+    *sorted(REPOSITORY.glob("docs/reference/*.md")),
 ]
 
 
@@ -113,9 +118,9 @@ def test_no_example_is_passed_over(document: Path) -> None:
     assert len(blocks_of(text)) == text.count(OPENING)
 
 
-@pytest.mark.parametrize("name", ["README.md", "docs/formats.md", "docs/reference.md"])
-def test_a_document_has_examples_with_results(name: str) -> None:
-    found = blocks_of((REPOSITORY / name).read_text("utf-8"))
+@pytest.mark.parametrize("document", WITH_RESULTS, ids=lambda path: path.name)
+def test_a_document_has_examples_with_results(document: Path) -> None:
+    found = blocks_of(document.read_text("utf-8"))
     assert any(shown_results(block.code) for block in found)
 
 

@@ -12,13 +12,14 @@ from typing import NamedTuple
 KINDS = (
     "any", "open", "openat", "close", "dup", "fstat", "fstatat", "mkdirat", "fsync", "read",
     "lseek", "write", "unlinkat", "renameat", "linkat", "fdopendir", "readdir", "closedir",
+    "ftruncate",
 )  # fmt: skip
 
 _BEFORE, _INSTEAD, _AFTER = range(3)
 (
     _FAIL, _SHORTEN, _PRETEND_MODE, _RAISE, _CALL_BACK, _RENAME, _EXCHANGE, _SYMLINK, _UNLINK,
-    _TOUCH,
-) = range(10)  # fmt: skip
+    _TOUCH, _SKIP, _FORGET_TYPE,
+) = range(12)  # fmt: skip
 
 _NOT_PRELOADED = """\
 the fault shim is not preloaded, so nothing here can be shown.
@@ -126,6 +127,14 @@ class Shim:
     def fail_after(self, kind: str, nth: int, errno: int) -> None:
         """The call is made, and reports `errno` whatever it did: the way a close fails."""
         self._rule(kind, nth, _AFTER, _FAIL, errno)
+
+    def skip(self, kind: str, nth: int) -> None:
+        """The call is not made, and reports success: 0 of whatever it was to do."""
+        self._rule(kind, nth, _INSTEAD, _SKIP)
+
+    def forget_type(self, nth: int) -> None:
+        """The listing reports no type of the entry, as some file systems never do."""
+        self._rule("readdir", nth, _AFTER, _FORGET_TYPE)
 
     def shorten(self, kind: str, nth: int, count: int) -> None:
         """The read or write is given at most `count` bytes to move."""

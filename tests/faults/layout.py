@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import hashlib
 import json
+import os
 from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
@@ -53,14 +54,51 @@ def down(start: str, *segments: str) -> list[str]:
     return told
 
 
+def down_creating(start: str, *segments: str, made: int = 0) -> list[str]:
+    """The same for a walk that makes what is missing: the last `made` directories."""
+    told = []
+    here = start
+    for left, segment in zip(range(len(segments), 0, -1), segments, strict=True):
+        made_one = [f"mkdirat {here} {segment} 755", f"fsync {here}"]
+        told += made_one if left <= made else [f"mkdirat {here} {segment} 755 -> EEXIST"]
+        told += down(here, segment)
+        here = f"{here.rstrip('/')}/{segment}"
+    return told
+
+
 def from_top(path: Path) -> list[str]:
     """The calls of a walk from the top of the file system."""
     return ["open / directory", *down("/", *path.parts[1:])]
 
 
-def root_proof(path: Path) -> list[str]:
+def pin(path: Path, name: str = "root") -> list[str]:
+    """The calls that pin a root, when the trace calls what they open `name`."""
+    return _pinned_as(from_top(path), path, name)
+
+
+def pin_creating(path: Path, name: str = "root", *, made: int = 0) -> list[str]:
+    """The same for a pin that makes what is missing: the last `made` directories."""
+    lines = ["open / directory", *down_creating("/", *path.parts[1:], made=made)]
+    return _pinned_as(lines, path, name)
+
+
+def _pinned_as(lines: list[str], path: Path, name: str) -> list[str]:
+    return [f"fstat {name}" if line == f"fstat {path}" else line for line in lines]
+
+
+def listing(place: str, *inner: str) -> list[str]:
+    """The calls that list an open directory, with those that each entry brings."""
+    return [
+        f"openat {place} . directory",
+        f"fdopendir {place}/.",
+        *inner,
+        f"closedir {place}/.",
+    ]
+
+
+def root_proof(path: Path, name: str = "root") -> list[str]:
     """The calls that prove a root pinned from an absolute path."""
-    return [*from_top(path), "fstat root", f"fstat {path}", f"close {path}"]
+    return [*from_top(path), f"fstat {name}", f"fstat {path}", f"close {path}"]
 
 
 def opened_leaf(*segments: str) -> list[str]:
@@ -86,6 +124,12 @@ def path_proof(*segments: str) -> list[str]:
         f"fstatat {above} {name} nofollow",
         f"close {above}",
     ]
+
+
+def listed(directory: Path) -> list[str]:
+    """The names in the order in which this directory yields them."""
+    with os.scandir(directory) as entries:
+        return [entry.name for entry in entries]
 
 
 MEMBERS = {

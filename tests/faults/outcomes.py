@@ -10,10 +10,13 @@ from faults.layout import LABEL
 
 @dataclass(frozen=True)
 class Outcome:
-    """The failure that a caller sees; a `kind` of None is a call that succeeds all the same."""
+    """The failure that a caller sees; a `kind` of None is a call that succeeds all the same.
+
+    A `text` of None leaves the words to the host.
+    """
 
     kind: type[BaseException] | None
-    text: str = ""
+    text: str | None = ""
     cause: type[BaseException] | None = None
     left_open: int = 0
 
@@ -29,6 +32,16 @@ Translation = Callable[[Outcome], Outcome]
 def host(failure: OSError) -> Outcome:
     """The host's failure passes as it is."""
     return Outcome(type(failure), str(failure))
+
+
+def host_listing(failure: OSError) -> Outcome:
+    """The host says in its own way which directory it could not list."""
+    return Outcome(type(failure), None)
+
+
+def host_unless_denied(failure: OSError) -> Outcome:
+    """A directory that cannot be opened anew is listed through the descriptor that is held."""
+    return Outcome(None) if isinstance(failure, PermissionError) else host(failure)
 
 
 def fine_if_absent(failure: OSError) -> Outcome:

@@ -6,7 +6,7 @@ import os
 
 from faults.injection import Call, armed
 from faults.operations import Prepared
-from faults.trace import grouped
+from faults.trace import grouped, opening
 from support.descriptors import open_descriptors
 
 
@@ -15,14 +15,9 @@ def clean_run(operation: Prepared) -> list[tuple[str, list[int]]]:
     with armed() as shim:
         result = operation.act()
     operation.release(result)
-    told: list[tuple[str, list[int]]] = []
-    for line, numbers in grouped(shim.calls, operation.names):
-        # The host's file object looks once more at the descriptor that it is given; the outcome
-        # of that look is the host's affair.
-        if operation.has_host_reader and told and told[-1][0] == line:
-            continue
-        told.append((line, numbers))
-    return told
+    # What becomes of a file object's own look is the host's affair.
+    tell = opening if operation.has_host_reader else grouped
+    return tell(shim.calls, operation.names)
 
 
 def host_failure(line: str, code: int) -> OSError:

@@ -6,8 +6,8 @@
  *
  * A rule picks the n-th call of a kind (0: every call) and a moment. Before the call and after it
  * the rule can change the disk, raise a signal or call back into the test; instead of the call it
- * can report a failure. A failure reported after the call stands for a close that has released
- * its descriptor and failed all the same.
+ * can report a failure, or a success that never was. A failure reported after the call stands for
+ * a close that has released its descriptor and failed all the same.
  */
 
 /* The wrappers define the very names for which the fortified headers have inline bodies. */
@@ -46,6 +46,7 @@ enum kind {
   FDOPENDIR,
   READDIR,
   CLOSEDIR,
+  FTRUNCATE,
   KINDS
 };
 enum moment { BEFORE, INSTEAD, AFTER };
@@ -59,7 +60,9 @@ enum action {
   EXCHANGE,
   SYMLINK,
   UNLINK,
-  TOUCH
+  TOUCH,
+  SKIP,
+  FORGET_TYPE
 };
 
 struct shim_call {
@@ -69,8 +72,9 @@ struct shim_call {
   int flags;    /* of an open, a stat or an unlink; whence of a seek; 1: a close-on-exec dup */
   unsigned mode;
   int error;
-  long long size;   /* the count asked for by a read or write, the offset of a seek */
+  long long size;   /* the count asked for by a read or write, the offset of a seek or a cut */
   long long result; /* as returned; for pointers 1, or 0 for a null */
+  /* Of a readdir: the entry that it found. */
   char name[NAME_MAX + 1];
   char other_name[NAME_MAX + 1];
 };
@@ -135,6 +139,7 @@ struct passage {
   long long failure;   /* what this function returns when it fails */
   size_t* shortened;   /* the count that SHORTEN lowers */
   mode_t* status_mode; /* the field that PRETEND_MODE overwrites */
+  unsigned char* type; /* the field that FORGET_TYPE overwrites */
 };
 
 static void change(int status) {
@@ -154,6 +159,12 @@ static void act(struct rule* rule, struct passage* p) {
       break;
     case PRETEND_MODE:
       if (p->status_mode) *p->status_mode = (mode_t)rule->number;
+      break;
+    case SKIP:
+      p->call.result = rule->number;
+      break;
+    case FORGET_TYPE:
+      if (p->type) *p->type = DT_UNKNOWN;
       break;
     case RAISE:
       change(raise(rule->number));
@@ -425,6 +436,17 @@ ssize_t write(int fd, const void* buffer, size_t count) {
 WRAP_LSEEK(lseek, off_t)
 WRAP_LSEEK(lseek64, off64_t)
 
+#define WRAP_FTRUNCATE(name, type)                   \
+  int name(int fd, type length) {                    \
+    NEXT(name);                                      \
+    struct passage p = passage(FTRUNCATE, fd, NULL); \
+    p.call.size = (long long)length;                 \
+    PASS(p, int, next(fd, length));                  \
+  }
+
+WRAP_FTRUNCATE(ftruncate, off_t)
+WRAP_FTRUNCATE(ftruncate64, off64_t)
+
 int unlinkat(int directory, const char* path, int flags) {
   NEXT(unlinkat);
   struct passage p = passage(UNLINKAT, directory, path);
@@ -460,12 +482,19 @@ DIR* fdopendir(int fd) {
   PASS(p, DIR*, next(fd));
 }
 
-#define WRAP_READDIR(name, type)                                 \
-  struct type* name(DIR* directory) {                            \
-    NEXT(name);                                                  \
-    struct passage p = passage(READDIR, dirfd(directory), NULL); \
-    p.failure = 0;                                               \
-    PASS(p, struct type*, next(directory));                      \
+/* A look at the found entry comes between the call and the rules that act after it. */
+#define WRAP_READDIR(function, entry)                                 \
+  struct entry* function(DIR* directory) {                            \
+    NEXT(function);                                                   \
+    struct passage p = passage(READDIR, dirfd(directory), NULL);      \
+    p.failure = 0;                                                    \
+    bool made = enter(&p);                                            \
+    struct entry* found = made ? next(directory) : NULL;              \
+    if (found) {                                                      \
+      p.type = &found->d_type;                                        \
+      snprintf(p.call.name, sizeof p.call.name, "%s", found->d_name); \
+    }                                                                 \
+    return (struct entry*)leave(&p, (long long)found, made);          \
   }
 
 WRAP_READDIR(readdir, dirent)

@@ -8,7 +8,7 @@ from pathlib import Path
 import pytest
 from brindlefen.distribution import client_manifest
 
-from faults.injection import Call, armed
+from faults.injection import armed
 from faults.layout import (
     CONTENT,
     LABEL,
@@ -24,7 +24,7 @@ from faults.layout import (
     pinned,
     root_proof,
 )
-from faults.trace import essential
+from faults.trace import essential, opening
 
 LEAF_PARTS = LEAF.split("/")
 LEAF_PLACE = f"root*/{LEAF}"
@@ -45,20 +45,10 @@ def test_a_file_for_streaming_is_opened_and_looked_at_before_its_parent_goes(roo
     with pinned(root) as reader:
         with armed() as shim:
             file = reader.open_regular_file_for_read(LEAF, label=LABEL)
-        assert _without_the_host_readers_looks(shim.calls, names_of(reader)) == opened_leaf(
-            *LEAF_PARTS
-        )
+        told = [line for line, _ in opening(shim.calls, names_of(reader))]
+        assert told == opened_leaf(*LEAF_PARTS)
         names = {**names_of(reader), file.fileno(): "file"}
         assert _told(names, file.close) == ["close file"]
-
-
-def _without_the_host_readers_looks(calls: list[Call], names: dict[int, str]) -> list[str]:
-    """The host's reader looks at the descriptor that it is given, directly after we did."""
-    told: list[str] = []
-    for line in essential(calls, names):
-        if not (told and line == told[-1] and line.startswith("fstat ")):
-            told.append(line)
-    return told
 
 
 def _proved_read(root: Path, path: str, size: int, *, hashed: bool = False) -> list[str]:

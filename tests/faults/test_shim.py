@@ -111,6 +111,43 @@ def test_a_read_can_be_short_and_a_mode_pretended(directory: Path) -> None:
     assert (content, mode) == (b"co", 0o10644)
 
 
+def test_a_call_can_report_a_success_that_never_was(directory: Path) -> None:
+    above = os.open(directory, DIRECTORY_FLAGS)
+    file = os.open(directory / "file", os.O_WRONLY)
+    with armed() as shim:
+        shim.skip("unlinkat", 1)
+        shim.skip("write", 1)
+        os.unlink("file", dir_fd=above)
+        assert os.write(file, b"lost") == 0
+    os.close(file)
+    os.close(above)
+    assert (directory / "file").read_bytes() == b"content"
+
+
+def test_a_listing_is_recorded_with_its_names_and_can_lose_their_types(directory: Path) -> None:
+    (directory / "sub").mkdir()
+    above = os.open(directory, DIRECTORY_FLAGS)
+    typed = []
+    for forgets in (False, True):
+        with armed() as shim:
+            if forgets:
+                shim.forget_type(0)
+            with os.scandir(above) as entries:
+                typed.append(sorted(entry.name for entry in entries if entry.is_dir()))
+        looks = [call.name for call in shim.calls if call.kind == "fstatat"]
+        assert sorted(looks) == (["file", "sub"] if forgets else [])
+        names = {call.name for call in shim.calls if call.kind == "readdir"}
+        assert names == {".", "..", "", "file", "sub"}
+    os.close(above)
+    assert typed == [["sub"], ["sub"]]
+
+
+def test_a_listing_can_fail_on_its_way(directory: Path) -> None:
+    with armed() as shim, pytest.raises(OSError, match="Input/output error"):
+        shim.fail("readdir", 2, errno.EIO)
+        os.listdir(directory)
+
+
 def test_the_disk_changes_at_the_very_call(directory: Path) -> None:
     file, other, link = directory / "file", directory / "other", directory / "link"
     other.write_bytes(b"the other content")

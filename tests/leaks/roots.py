@@ -4,13 +4,13 @@ from __future__ import annotations
 
 import os
 from collections.abc import Callable, Iterator
-from contextlib import ExitStack, contextmanager
+from contextlib import AbstractContextManager, ExitStack, contextmanager
 from pathlib import Path
 from typing import Any
 
 from brindlefen.distribution import client_manifest
 
-from leaks.scenarios import Act, Ground, Hostile, Own, Scenario
+from leaks.scenarios import Act, Ground, Hostile, Own, Scenario, bound, moved_away, pinned
 from support.distribution import SIGNAL_FILE, SIGNAL_PNL, valid_distribution
 
 SCENARIOS: dict[str, Scenario] = {}
@@ -50,23 +50,8 @@ def _scenario(
     return add
 
 
-@contextmanager
-def _pinned(ground: Ground) -> Iterator[Any]:
-    """A root that is closed without a proof, as some are closed already or moved away."""
-    root = ground.root_class(ground.tree)
-    try:
-        yield root
-    finally:
-        root.close()
-
-
-@contextmanager
-def _moved_away(tree: Path) -> Iterator[None]:
-    aside = tree.rename(tree.with_name("aside"))
-    try:
-        yield
-    finally:
-        aside.rename(tree)
+def _pinned(ground: Ground) -> AbstractContextManager[Any]:
+    return pinned(ground, ground.tree)
 
 
 def _on_root(operation: Callable[[Any], object]) -> Act:
@@ -107,13 +92,13 @@ def _failing_block(ground: Ground) -> None:
 @_scenario("move the root away in a block", ValueError)
 def _moving_block(ground: Ground) -> None:
     with ExitStack() as back, ground.root_class(ground.tree):
-        back.enter_context(_moved_away(ground.tree))
+        back.enter_context(moved_away(ground.tree))
 
 
 @_scenario("replace the root in a block", ValueError)
 def _replacing_block(ground: Ground) -> None:
     with ExitStack() as back, ground.root_class(ground.tree):
-        back.enter_context(_moved_away(ground.tree))
+        back.enter_context(moved_away(ground.tree))
         ground.tree.mkdir()
         back.callback(ground.tree.rmdir)
 
@@ -234,7 +219,7 @@ for name in ("read", "read if present", "hash", "stat"):
     def _when_moved(
         ground: Ground, operation: Callable[[Any, Any], object] = OPERATIONS[name]
     ) -> None:
-        with _pinned(ground) as root, _moved_away(ground.tree):
+        with _pinned(ground) as root, moved_away(ground.tree):
             operation(root, FILE)
 
     SCENARIOS[f"{name}, root moved away"] = Scenario(_when_moved, ValueError)
@@ -323,7 +308,7 @@ def _contained_twice(root: Any) -> None:
 def _contained_moved(ground: Ground) -> None:
     with ExitStack() as back, _pinned(ground) as root:
         with root.open_contained_root("sub", label="child"):
-            back.enter_context(_moved_away(ground.tree / "sub"))
+            back.enter_context(moved_away(ground.tree / "sub"))
 
 
 NO_CHILDREN: list[tuple[str, Any, type[BaseException]]] = [
@@ -429,27 +414,15 @@ LOAD_FAILURES: dict[str, type[BaseException]] = {
 }
 
 
-@contextmanager
-def _chosen(root_class: Any) -> Iterator[None]:
-    """Makes the module's loads use the class under test."""
-    bindings = vars(client_manifest)
-    before = bindings["PinnedRoot"]
-    bindings["PinnedRoot"] = root_class
-    try:
-        yield
-    finally:
-        bindings["PinnedRoot"] = before
-
-
 @_scenario("load")
 def _load(ground: Ground) -> None:
-    with _chosen(ground.root_class):
+    with bound("PinnedRoot", ground.root_class):
         client_manifest.load_accepted_distribution_set(ground.distribution)
 
 
 @_scenario("load with a manifest at hand")
 def _load_at_hand(ground: Ground) -> None:
-    with _chosen(ground.root_class):
+    with bound("PinnedRoot", ground.root_class):
         client_manifest.load_accepted_distribution_set(
             ground.distribution, manifest=valid_distribution().manifest
         )
@@ -457,7 +430,7 @@ def _load_at_hand(ground: Ground) -> None:
 
 @_scenario("load with no manifest at hand", TypeError)
 def _load_no_dict(ground: Ground) -> None:
-    with _chosen(ground.root_class):
+    with bound("PinnedRoot", ground.root_class):
         no_dict: Any = []
         client_manifest.load_accepted_distribution_set(ground.distribution, manifest=no_dict)
 
@@ -465,7 +438,7 @@ def _load_no_dict(ground: Ground) -> None:
 for name in BROKEN:
 
     def _broken_load(ground: Ground, name: str = name) -> None:
-        with _chosen(ground.root_class):
+        with bound("PinnedRoot", ground.root_class):
             client_manifest.load_accepted_distribution_set(_broken(ground.distribution, name))
 
     SCENARIOS[f"load, {name}"] = Scenario(_broken_load, LOAD_FAILURES.get(name, ValueError))

@@ -2,7 +2,8 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
@@ -61,6 +62,38 @@ class Scenario:
                 raise
         else:
             assert self.failure is None, f"did not fail: {self.failure}"
+
+
+@contextmanager
+def pinned(ground: Ground, place: Path) -> Iterator[Any]:
+    """A root that is closed without a proof, as some are closed already or moved away."""
+    root = ground.root_class(place)
+    try:
+        yield root
+    finally:
+        root.close()
+
+
+@contextmanager
+def moved_away(tree: Path) -> Iterator[None]:
+    """Leaves nothing at the place of a directory until the block ends."""
+    aside = tree.rename(tree.with_name("aside"))
+    try:
+        yield
+    finally:
+        aside.rename(tree)
+
+
+@contextmanager
+def bound(name: str, value: object) -> Iterator[None]:
+    """Gives a name of the module another value until the block ends."""
+    bindings = vars(client_manifest)
+    before = bindings[name]
+    bindings[name] = value
+    try:
+        yield
+    finally:
+        bindings[name] = before
 
 
 def _handing_on(base: Any, name: str) -> Callable[..., Any]:

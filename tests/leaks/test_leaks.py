@@ -8,7 +8,7 @@ from typing import Any
 
 import pytest
 
-from leaks import documents, roots
+from leaks import documents, metadata, moving, path_level, roots, transfers, trees, writing
 from leaks.hunt import require_no_leak
 from leaks.scenarios import ROUTES, Ground
 
@@ -38,6 +38,29 @@ def test_work_on_a_disk_leaves_nothing_behind(
     name: str, route: str, grounds: dict[str, Ground]
 ) -> None:
     require_no_leak(lambda: roots.SCENARIOS[name].run(grounds[route]))
+
+
+@pytest.mark.parametrize("name", metadata.SCENARIOS)
+def test_looking_for_metadata_leaves_nothing_behind(name: str, grounds: dict[str, Ground]) -> None:
+    require_no_leak(lambda: metadata.SCENARIOS[name].run(grounds["direct"]), repeats=3)
+
+
+# A call that waits for the disk each time is made fewer times: one that leaks is still told.
+CHANGES = {
+    **writing.SCENARIOS,
+    **moving.SCENARIOS,
+    **trees.SCENARIOS,
+    **path_level.SCENARIOS,
+    **transfers.SCENARIOS,
+}
+
+
+@pytest.mark.parametrize("route", ROUTES)
+@pytest.mark.parametrize("name", CHANGES)
+def test_changing_a_disk_leaves_nothing_behind(
+    name: str, route: str, grounds: dict[str, Ground]
+) -> None:
+    require_no_leak(lambda: CHANGES[name].run(grounds[route]), repeats=3)
 
 
 def test_the_hunt_sees_an_object_that_is_kept() -> None:
