@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Writes a distribution that a client accepts: members, then the sidecar, then the manifest.
 
-It needs the standard library only, and doubles as the format's how-to: each rule of the format
-is told where the code that keeps it stands.
+It needs no more than the standard library, and doubles as the format's how-to: each rule of the
+format is told where the code that keeps it stands.
 """
 
 from __future__ import annotations
@@ -10,39 +10,18 @@ from __future__ import annotations
 import argparse
 import hashlib
 import json
-import random
-from collections.abc import Iterable, Iterator, Mapping, Sequence
-from dataclasses import dataclass
+from collections.abc import Iterable, Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
+from example_members import Member as Member
+from example_members import content_of, digest_of, members_of
+
 SECTIONS = ("found_signals", "found_strategies", "useful_signals")
-PIECE_BYTES = 1 << 20
-
-
-@dataclass(frozen=True)
-class Member:
-    """One file that belongs to one entity of one section."""
-
-    section: str
-    entity_id: str
-    relative_path: str
-    kind: str
-    size_bytes: int
-
-
-def content_of(member: Member) -> Iterator[bytes]:
-    """The member's pseudo-random bytes in pieces: the same for the same path and size."""
-    source = random.Random(member.relative_path)
-    left = member.size_bytes
-    while left > 0:
-        piece = source.randbytes(min(left, PIECE_BYTES))
-        left -= len(piece)
-        yield piece
 
 
 def write_member(directory: Path, member: Member) -> str:
-    """Writes one member below `directory` and returns its SHA-256 in lower-case hexadecimal."""
+    """Writes one member below `directory` and returns its SHA-256."""
     # A relative path is exact: "/" between segments, none of them empty, "." or "..", no
     # backslash, no NUL, no blank at either end, no drive prefix. A client repairs nothing.
     path = directory / member.relative_path
@@ -97,13 +76,19 @@ def sidecar_path_for(sidecar_bytes: bytes) -> str:
 
 
 def manifest_document(
-    market_id: int, era_number: int, sidecar_bytes: bytes, files: Mapping[str, Mapping[str, Any]]
+    market_id: int,
+    era_number: int,
+    sidecar_bytes: bytes,
+    files: Mapping[str, Mapping[str, Any]],
+    version: int = 1,
 ) -> dict[str, Any]:
     """The manifest over `files` and the sidecar. It has no canonical form."""
     path = sidecar_path_for(sidecar_bytes)
     digest = hashlib.sha256(sidecar_bytes).hexdigest()
     entry = manifest_entry(path, "signals_index", len(sidecar_bytes), digest)
     return {
+        # Which edition this is. Authentication ignores it; a client asks for it afterwards.
+        "version": version,
         # Manifest and sidecar speak of the same market and era; both are positive integers.
         "market_id": market_id,
         "era_number": era_number,
@@ -116,15 +101,25 @@ def manifest_document(
 
 
 def write_distribution(
-    directory: Path, members: Sequence[Member], *, market_id: int, era_number: int
+    directory: Path,
+    members: Sequence[Member],
+    *,
+    market_id: int,
+    era_number: int,
+    version: int = 1,
+    since: int = 0,
 ) -> None:
-    """Writes a whole distribution into `directory`, which is created or must be empty."""
+    """Writes a distribution into `directory`, which is created or must be empty.
+
+    Members that the generation `since` had already are described, but not written.
+    """
     directory.mkdir(parents=True, exist_ok=True)
     if any(directory.iterdir()):
         raise SystemExit(f"not empty: {directory}")
     files = {}
     for member in members:
-        digest = write_member(directory, member)
+        new = member.revision > since
+        digest = write_member(directory, member) if new else digest_of(member)
         files[member.relative_path] = manifest_entry(
             member.relative_path, member.kind, member.size_bytes, digest
         )
@@ -133,38 +128,8 @@ def write_distribution(
     sidecar_file.parent.mkdir()
     sidecar_file.write_bytes(sidecar)
     # The manifest comes last: until it is there, nobody takes the directory for a distribution.
-    manifest = manifest_document(market_id, era_number, sidecar, files)
+    manifest = manifest_document(market_id, era_number, sidecar, files, version)
     (directory / "manifest.json").write_text(json.dumps(manifest, indent=2) + "\n", "utf-8")
-
-
-# The sizes go round in this order: empty, tiny, and on both sides of one page and one chunk.
-SIZES = (0, 1, 511, 4_096, 20_000, 65_537, 262_144, 524_289, 1_048_576, 2_097_153)
-LARGE = {7: 32 << 20, 41: 8 << 20, 152: 8 << 20, 263: 8 << 20}
-
-
-def example_members() -> list[Member]:
-    """Three hundred members over all three sections, about 170 MiB in all."""
-    names: list[tuple[str, str, str, str]] = []
-    for number in range(80):
-        entity = f"signal_{number:03}"
-        base = f"found_signals/{entity}"
-        leaf = f"{base}/signal_is/pnl.arrow"
-        names.append(("found_signals", entity, leaf, "found_signal_is_pnl"))
-        names.append(("found_signals", entity, f"{base}/parameters.bin", "parameters"))
-    for number in range(40):
-        entity = f"strategy_{number:03}"
-        base = f"found_strategies/{entity}"
-        leaf = f"{base}/strategy_is/pnl.arrow"
-        names.append(("found_strategies", entity, leaf, "found_strategy_is_epoch_pnl"))
-        names.append(("found_strategies", entity, f"{base}/weights.bin", "weights"))
-    for number in range(60):
-        entity = f"useful_{number:03}"
-        leaf = f"useful_signals/{entity}/signal_os/pnl.arrow"
-        names.append(("useful_signals", entity, leaf, "useful_signal_pnl"))
-    return [
-        Member(*name, size_bytes=LARGE.get(place, SIZES[place % len(SIZES)]))
-        for place, name in enumerate(names)
-    ]
 
 
 def main(argv: Sequence[str] | None = None) -> int:
@@ -173,13 +138,21 @@ def main(argv: Sequence[str] | None = None) -> int:
     parser.add_argument("directory", type=Path, help="created, or empty")
     parser.add_argument("--market", type=int, default=7, help="market id, above zero")
     parser.add_argument("--era", type=int, default=3, help="era number, above zero")
+    parser.add_argument("--generation", type=int, default=1, help="1 or more")
+    parser.add_argument("--since", type=int, default=0, help="leave out what this one had")
     arguments = parser.parse_args(argv)
-    members = example_members()
+    members = members_of(arguments.generation)
     write_distribution(
-        arguments.directory, members, market_id=arguments.market, era_number=arguments.era
+        arguments.directory,
+        members,
+        market_id=arguments.market,
+        era_number=arguments.era,
+        version=arguments.generation,
+        since=arguments.since,
     )
-    total = sum(member.size_bytes for member in members)
-    print(f"wrote {len(members)} members, {total / (1 << 20):.1f} MiB")
+    sizes = [member.size_bytes for member in members if member.revision > arguments.since]
+    total = sum(sizes) / (1 << 20)
+    print(f"wrote {len(sizes)} of {len(members)} members, {total:.1f} MiB")
     return 0
 
 
