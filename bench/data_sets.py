@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import hashlib
 import json
+import os
 import shutil
 from collections.abc import Sequence
 from dataclasses import dataclass
@@ -26,7 +27,10 @@ MIB = 1 << 20
 
 @dataclass(frozen=True)
 class Scale:
-    """How much each workload holds, and how often all of them are measured."""
+    """How much each workload holds, and how often all of them are measured.
+
+    `tree` has the number of directories in each directory on three levels, and then of files.
+    """
 
     rounds: int
     small_members: int
@@ -36,10 +40,37 @@ class Scale:
     pair_small_members: int
     pair_large_bytes: int
     operations: int
+    writes: int
+    tree: tuple[int, int, int, int]
+    copy_bytes: int
 
 
-FULL = Scale(7, 10_000, 4, 256 * MIB, 200_000, 2_500, 256 * MIB, 2_000)
-QUICK = Scale(3, 1_000, 2, 64 * MIB, 20_000, 500, 64 * MIB, 500)
+FULL = Scale(
+    rounds=7,
+    small_members=10_000,
+    large_members=4,
+    large_bytes=256 * MIB,
+    document_entries=200_000,
+    pair_small_members=2_500,
+    pair_large_bytes=256 * MIB,
+    operations=2_000,
+    writes=20_000,
+    tree=(5, 8, 10, 125),
+    copy_bytes=1_024 * MIB,
+)
+QUICK = Scale(
+    rounds=3,
+    small_members=1_000,
+    large_members=2,
+    large_bytes=64 * MIB,
+    document_entries=20_000,
+    pair_small_members=500,
+    pair_large_bytes=64 * MIB,
+    operations=500,
+    writes=2_000,
+    tree=(2, 3, 5, 100),
+    copy_bytes=64 * MIB,
+)
 
 
 @dataclass(frozen=True)
@@ -133,9 +164,22 @@ def documents(directory: Path, entries: int) -> Path:
     return made
 
 
+def copy_source(directory: Path, size_bytes: int) -> Path:
+    """A file of that size without holes, written unless a whole one is there."""
+    made = directory / f"copy-{size_bytes}"
+    if not made.exists():
+        unfinished = made.with_suffix(".unfinished")
+        with open(unfinished, "wb") as file:
+            for _ in range(size_bytes // MIB):
+                file.write(os.urandom(MIB))
+            file.flush()
+            os.fsync(file.fileno())
+        unfinished.rename(made)
+    return made
+
+
 def prepare(directory: Path, scale: Scale) -> DataSets:
     """All data sets of that scale below `directory`."""
-    directory.mkdir(parents=True, exist_ok=True)
 
     def pair(tag: str, count: int, size_bytes: int) -> tuple[OnDisk, OnDisk]:
         return (

@@ -4,28 +4,30 @@
 // module adds. Members and digests come from a list, one "<sha256> <size> <path>" a line, the
 // sidecar's line first. Every failure ends the program.
 
-#include <fcntl.h>
 #include <openssl/evp.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "floor_support.h"
+
 namespace {
 
+using lower_bound::Checked;
+using lower_bound::Clocks;
+using lower_bound::Duplicate;
+using lower_bound::Fail;
+using lower_bound::kDirectoryFlags;
+using lower_bound::kLeafFlags;
+using lower_bound::Require;
+using lower_bound::SameObject;
+using lower_bound::StatOf;
+
 constexpr std::size_t kChunkBytes = 1U << 20;
-constexpr int kDirectoryFlags = O_RDONLY | O_CLOEXEC | O_DIRECTORY | O_NOFOLLOW;
-constexpr int kLeafFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW;
 
 using Segments = std::vector<std::string>;
 using Digest = std::array<unsigned char, 32>;
@@ -36,31 +38,10 @@ struct Member {
   Digest digest;
 };
 
-[[noreturn]] void Fail(std::string_view what) {
-  std::fprintf(stderr, "floor: %.*s (%s)\n", static_cast<int>(what.size()), what.data(),
-               std::strerror(errno));
-  std::exit(1);
-}
-
-int Checked(int result, std::string_view what) {
-  if (result < 0) Fail(what);
-  return result;
-}
-
-void Require(bool condition, std::string_view what) {
-  if (!condition) Fail(what);
-}
-
-struct stat StatOf(int descriptor) {
-  struct stat found;
-  Checked(fstat(descriptor, &found), "fstat");
-  return found;
-}
-
 bool SameFile(const struct stat& a, const struct stat& b) {
   return a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
          a.st_mtim.tv_nsec == b.st_mtim.tv_nsec && a.st_ctim.tv_sec == b.st_ctim.tv_sec &&
-         a.st_ctim.tv_nsec == b.st_ctim.tv_nsec && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+         a.st_ctim.tv_nsec == b.st_ctim.tv_nsec && SameObject(a, b);
 }
 
 // Takes `current` over; the last directory comes back in its place.
@@ -93,13 +74,13 @@ class Root {
     const int current = WalkFromTop();
     const struct stat pinned = StatOf(descriptor_);
     const struct stat found = StatOf(current);
-    Require(pinned.st_dev == found.st_dev && pinned.st_ino == found.st_ino, "root proof");
+    Require(SameObject(pinned, found), "root proof");
     close(current);
   }
 
   // The parent's descriptor, for the caller to close; `leaf` becomes the last segment.
   int OpenParent(const std::string& path, const char*& leaf) const {
-    int current = Checked(fcntl(descriptor_, F_DUPFD_CLOEXEC, 0), "dup");
+    int current = Duplicate(descriptor_);
     std::array<char, 4096> segment;
     std::size_t begin = 0;
     for (std::size_t end = path.find('/'); end != path.npos; end = path.find('/', begin)) {
@@ -285,21 +266,6 @@ void Repeat(std::string_view operation, const char* path, const std::string& lea
   }
 }
 
-double Now(clockid_t clock) {
-  timespec time;
-  clock_gettime(clock, &time);
-  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-double CpuSeconds() {
-  rusage usage;
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -311,13 +277,12 @@ int main(int count, char** arguments) {
   }
   Sha256 sha;
   const std::vector<Member> members = load ? ReadList(arguments[3]) : std::vector<Member>{};
-  const double wall = Now(CLOCK_MONOTONIC);
-  const double cpu = CpuSeconds();
+  const Clocks clocks;
   if (load) {
     Load(arguments[2], members, sha);
   } else {
     Repeat(operation, arguments[2], arguments[3], std::atol(arguments[4]), sha);
   }
-  std::printf("{\"cpu\": %.6f, \"wall\": %.6f}\n", CpuSeconds() - cpu, Now(CLOCK_MONOTONIC) - wall);
+  clocks.Print();
   return 0;
 }

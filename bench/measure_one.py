@@ -3,13 +3,10 @@
 from __future__ import annotations
 
 import hashlib
-import itertools
 import json
-import resource
 import subprocess
 import sys
 import threading
-import time
 from collections.abc import Callable, Sequence
 from functools import partial
 from pathlib import Path
@@ -17,28 +14,14 @@ from typing import Any
 
 import plain_documents
 import plain_python
+from measure_copies import copies
+from measure_trees import trees
+from measure_writes import writes
+from measuring import Result, peak_mib, repeat, timed, timed_programs
 
 from brindlefen.distribution import client_manifest
 
-Result = dict[str, float]
 CHUNK_BYTES = 1 << 20
-
-
-def timed(action: Callable[[], object]) -> Result:
-    """CPU seconds of the whole process, and seconds on the wall."""
-    wall, cpu = time.perf_counter(), time.process_time()
-    action()
-    return {"cpu": time.process_time() - cpu, "wall": time.perf_counter() - wall}
-
-
-def peak_mib() -> float:
-    """The peak of resident memory, of this program alone.
-
-    The host's ru_maxrss would also count the process that started this one.
-    """
-    status = Path("/proc/self/status").read_text("ascii")
-    line = next(line for line in status.splitlines() if line.startswith("VmHWM:"))
-    return int(line.split()[1]) / 1024
 
 
 def documents_of(root: Path) -> tuple[bytes, bytes]:
@@ -110,14 +93,7 @@ def sha256sum(listing: str, root: str) -> Result:
     lines = (line.split(" ", 2) for line in Path(listing).read_text("utf-8").splitlines())
     sums = "".join(f"{digest}  {path}\n" for digest, _size, path in lines).encode("utf-8")
     command = ["sha256sum", "--check", "--quiet"]
-    result = timed(lambda: subprocess.run(command, cwd=root, input=sums, check=True))
-    used = resource.getrusage(resource.RUSAGE_CHILDREN)
-    return {"cpu": used.ru_utime + used.ru_stime, "wall": result["wall"]}
-
-
-def repeat(action: Callable[[], object], count: int) -> None:
-    for _ in itertools.repeat(None, count):
-        action()
+    return timed_programs(lambda: subprocess.run(command, cwd=root, input=sums, check=True))
 
 
 def per_call(action: Callable[[], object], count: int) -> float:
@@ -177,6 +153,9 @@ MEASUREMENTS: dict[str, Callable[..., Result]] = {
     "sha256sum": sha256sum,
     "operations": operations,
     "threads": threads,
+    "writes": writes,
+    "trees": trees,
+    "copies": copies,
 }
 
 

@@ -97,6 +97,10 @@ def first_line(*command: str) -> str:
     return done.stdout.splitlines()[0].strip()
 
 
+def file_system(directory: Path) -> str:
+    return first_line("stat", "--file-system", "--format=%T", str(directory))
+
+
 def facts(directory: Path) -> str:
     """Processor, memory, kernel, file system and the programs that took part."""
     flags = first_match("/proc/cpuinfo", r"^flags\s*:(.*)$").split()
@@ -107,9 +111,10 @@ def facts(directory: Path) -> str:
         f"SHA instructions: {'yes' if 'sha_ni' in flags else 'no'}",
         "memory": f"{memory:.0f} GiB",
         "kernel": platform.release(),
-        "file system": first_line("stat", "--file-system", "--format=%T", str(directory)),
+        "file system": file_system(directory),
         "interpreter": platform.python_version(),
         "digests": ssl.OPENSSL_VERSION,
+        "coreutils": first_line("cp", "--version"),
         "compiler": first_line("g++", "--version"),
         "load average": " ".join(f"{value:.2f}" for value in os.getloadavg()),
     }
