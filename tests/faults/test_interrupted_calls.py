@@ -7,13 +7,13 @@ from __future__ import annotations
 
 import errno
 import os
-import signal
 from collections.abc import Callable, Iterator
 from pathlib import Path
 
 import pytest
 
 from faults.injection import Call, Shim, armed
+from faults.interruptions import SIGNAL, Handler, Stop, handled
 from faults.layout import LABEL, LEAF, make_tree, pinned
 from faults.operations import OPERATIONS, Prepared
 from faults.runs import clean_run, close_what_was_left, host_failure, require_left_open
@@ -26,7 +26,6 @@ pytestmark = pytest.mark.filterwarnings(
     "ignore::ResourceWarning", "ignore::pytest.PytestUnraisableExceptionWarning"
 )
 
-SIGNAL = signal.SIGUSR1
 RETRIED = ("open", "openat", "fstat", "fsync", "read")
 PASSED_ON = ("fstatat", "mkdirat", "dup", "lseek", "close")
 # The others make none of the calls that are made again.
@@ -37,31 +36,10 @@ RETRYING = [
 ]
 
 
-class Stop(Exception):
-    """What a handler raises to end the call that it interrupted."""
-
-
-class Handler:
-    """Counts the signals, and raises `raises` if it has been given."""
-
-    def __init__(self) -> None:
-        self.signals = 0
-        self.raises: Exception | None = None
-
-    def __call__(self, number: int, frame: object) -> None:
-        self.signals += 1
-        if self.raises is not None:
-            raise self.raises
-
-
 @pytest.fixture()
 def handler() -> Iterator[Handler]:
-    handler = Handler()
-    previous = signal.signal(SIGNAL, handler)
-    try:
+    with handled() as handler:
         yield handler
-    finally:
-        signal.signal(SIGNAL, previous)
 
 
 HOST_CALLS: dict[str, Callable[[int, int], object]] = {

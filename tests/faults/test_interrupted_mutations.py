@@ -7,13 +7,13 @@ from __future__ import annotations
 
 import errno
 import os
-import signal
 from collections.abc import Callable, Iterator
 from pathlib import Path
 
 import pytest
 
 from faults.injection import Shim, armed
+from faults.interruptions import SIGNAL, Handler, Stop, handled
 from faults.mutation import Mutation
 from faults.mutation_runs import (
     Run,
@@ -33,38 +33,16 @@ pytestmark = pytest.mark.filterwarnings(
     "ignore::ResourceWarning", "ignore::pytest.PytestUnraisableExceptionWarning"
 )
 
-SIGNAL = signal.SIGUSR1
 RETRIED = ("open", "openat", "fstat", "fsync", "read", "write")
 PASSED_ON = ("fstatat", "mkdirat", "dup", "close", "unlinkat", "renameat", "fdopendir")
 COPY = FUNCTIONS["copy_between_roots"]
 STREAMED = {**TABLES, "copy_between_roots": COPY}
 
 
-class Stop(Exception):
-    """What a handler raises to end the call that it interrupted."""
-
-
-class Handler:
-    """Counts the signals, and raises `raises` if it has been given."""
-
-    def __init__(self) -> None:
-        self.signals = 0
-        self.raises: BaseException | None = None
-
-    def __call__(self, number: int, frame: object) -> None:
-        self.signals += 1
-        if self.raises is not None:
-            raise self.raises
-
-
 @pytest.fixture()
 def handler() -> Iterator[Handler]:
-    handler = Handler()
-    previous = signal.signal(SIGNAL, handler)
-    try:
+    with handled() as handler:
         yield handler
-    finally:
-        signal.signal(SIGNAL, previous)
 
 
 def _interrupt(shim: Shim, kind: str, number: int, *, made: bool) -> None:

@@ -1,7 +1,6 @@
 // Asks for the truth of a caller's value as the host's `except` block would.
 #include "pinned_root/absence.h"
 
-#include "host/handling.h"
 #include "host/value.h"
 
 namespace client_manifest::pinned_root {

@@ -3,7 +3,6 @@
 
 #include "host/method.h"
 #include "host/value.h"
-#include "pinned_root/absence.h"
 #include "pinned_root/hashing.h"
 #include "pinned_root/leaf_proofs.h"
 #include "pinned_root/pinning.h"
@@ -57,17 +56,6 @@ Parent Instance::open_parent(PyObject* relative_path, PyObject* label, PyObject*
 Parent Instance::open_parent(PyObject* relative_path, const char* label, PyObject* create) const {
   const Reference text = host::take(PyUnicode_FromString(label));
   return open_parent(relative_path, text.get(), create);
-}
-
-std::optional<Parent> Instance::open_parent_to_remove_from(PyObject* relative_path,
-                                                           const char* label,
-                                                           PyObject* missing_ok) const {
-  try {
-    return open_parent(relative_path, label, Py_False);
-  } catch (const host::Error& error) {
-    if (!is_excused(error, missing_ok)) throw;
-    return std::nullopt;
-  }
 }
 
 void Instance::assert_replaceable_leaf(const Parent& parent, PyObject* safe_path,

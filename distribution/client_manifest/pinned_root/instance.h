@@ -3,8 +3,6 @@
 // and is called for every file is run without the detour through host values.
 #pragma once
 
-#include <optional>
-
 #include "accepted/file_identity.h"
 #include "client_manifest.h"
 #include "pinned_root/parent.h"
@@ -34,10 +32,6 @@ class Instance {
                                    PyObject* create) const;
   [[nodiscard]] Parent open_parent(PyObject* relative_path, const char* label,
                                    PyObject* create) const;
-  // Nothing where a parent is missing and `missing_ok` excuses that.
-  [[nodiscard]] std::optional<Parent> open_parent_to_remove_from(PyObject* relative_path,
-                                                                 const char* label,
-                                                                 PyObject* missing_ok) const;
   void assert_replaceable_leaf(const Parent& parent, PyObject* safe_path,
                                PyObject* allow_replace) const;
 

@@ -11,6 +11,8 @@ namespace client_manifest::pinned_root {
 struct Parent {
   system::OwnedDescriptor descriptor;
   host::Reference name;
+
+  void close() { descriptor.close(); }
 };
 
 // The parent of the subject's path beneath the root `self`.

@@ -2,10 +2,6 @@
 // there: its absence then is a failure, whatever the caller takes absence for.
 #include "pinned_root/removal.h"
 
-#include <optional>
-
-#include "documents/relative_path.h"
-#include "host/handling.h"
 #include "pinned_root/absence.h"
 #include "pinned_root/instance.h"
 #include "system/calls.h"
@@ -15,7 +11,6 @@ namespace client_manifest::pinned_root {
 namespace {
 
 using host::Arguments;
-using host::Error;
 using host::Operation;
 using host::Pass;
 using host::Reference;
@@ -28,33 +23,25 @@ constexpr host::Signature kSignature{
 };
 
 Reference remove_regular_file(PyObject* self, const Arguments& arguments) {
-  const Reference safe_path = documents::bound::validate_manifest_relative_path(arguments[0]);
   PyObject* const missing_ok = arguments[1];
-  std::optional<Parent> parent = through(self).open_parent_to_remove_from(
-      safe_path.get(), "contained removal file", missing_ok);
-  if (!parent) return Reference::acquire(Py_False);
-
-  const auto remove = [&] {
-    const int directory = parent->descriptor.get();
-    const auto name = system::FileNames::one(parent->name.get());
-    FileStat file_stat;
-    try {
-      file_stat = system::stat_at(directory, name.last());
-    } catch (const Error& error) {
-      if (!is_excused(error, missing_ok)) throw;
-      return Reference::acquire(Py_False);
-    }
+  const auto remove = [&](const Parent& parent, PyObject* safe_path) {
+    const int directory = parent.descriptor.get();
+    const auto name = system::FileNames::one(parent.name.get());
+    const auto file_stat =
+        unless_excused(missing_ok, [&] { return system::stat_at(directory, name.last()); });
+    if (!file_stat) return false;
     in_words([&] {
-      if (!file_stat.is_regular()) {
+      if (!file_stat->is_regular()) {
         throw Refusal({PyExc_ValueError, "contained removal file must be regular: "},
-                      {.path = safe_path.get()});
+                      {.path = safe_path});
       }
       system::unlink_at(directory, name.last());
       system::synchronize(directory);
     });
-    return Reference::acquire(Py_True);
+    return true;
   };
-  return host::guaranteed(remove, [&] { parent->descriptor.close(); });
+  return removed_beneath_parent(through(self), arguments[0], "contained removal file", missing_ok,
+                                remove);
 }
 
 }  // namespace

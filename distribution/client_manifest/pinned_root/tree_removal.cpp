@@ -2,10 +2,6 @@
 // above all, is never removed: it stops the removal, and what was cleared before stays cleared.
 #include "pinned_root/tree_removal.h"
 
-#include <optional>
-
-#include "documents/relative_path.h"
-#include "host/handling.h"
 #include "host/text_form.h"
 #include "pinned_root/absence.h"
 #include "pinned_root/instance.h"
@@ -19,7 +15,6 @@ namespace client_manifest::pinned_root {
 namespace {
 
 using host::Arguments;
-using host::Error;
 using host::Operation;
 using host::Pass;
 using host::Reference;
@@ -63,37 +58,29 @@ constexpr host::Signature kSignature{
 };
 
 Reference remove_directory_tree(PyObject* self, const Arguments& arguments) {
-  const Reference safe_path = documents::bound::validate_manifest_relative_path(arguments[0]);
   PyObject* const missing_ok = arguments[1];
-  std::optional<Parent> parent = through(self).open_parent_to_remove_from(
-      safe_path.get(), "contained directory removal", missing_ok);
-  if (!parent) return Reference::acquire(Py_False);
-
-  const auto remove = [&] {
-    const int parent_descriptor = parent->descriptor.get();
-    const auto name = system::FileNames::one(parent->name.get());
-    const Clauses unsafe{
-        .missing = {},
-        .other = {PyExc_ValueError, "contained directory removal target is a symlink or unsafe: "}};
-    OwnedDescriptor root_descriptor;
-    try {
-      root_descriptor = in_words([&] {
-        return open_directory(parent_descriptor, name.last(), unsafe, {.path = safe_path.get()});
-      });
-    } catch (const Error& error) {
-      if (!is_excused(error, missing_ok)) throw;
-      return Reference::acquire(Py_False);
-    }
-    Clearing clearing(host::text_form(safe_path.get()));
+  const Clauses unsafe{
+      .missing = {},
+      .other = {PyExc_ValueError, "contained directory removal target is a symlink or unsafe: "}};
+  const auto remove = [&](const Parent& parent, PyObject* safe_path) {
+    const int directory = parent.descriptor.get();
+    const auto name = system::FileNames::one(parent.name.get());
+    auto target = unless_excused(missing_ok, [&] {
+      return in_words(
+          [&] { return open_directory(directory, name.last(), unsafe, {.path = safe_path}); });
+    });
+    if (!target) return false;
+    Clearing clearing(host::text_form(safe_path));
     in_words([&] {
       // Closes the directory before it is removed.
-      walk_tree(std::move(root_descriptor), clearing);
-      system::remove_directory_at(parent_descriptor, name.last());
-      system::synchronize(parent_descriptor);
+      walk_tree(std::move(*target), clearing);
+      system::remove_directory_at(directory, name.last());
+      system::synchronize(directory);
     });
-    return Reference::acquire(Py_True);
+    return true;
   };
-  return host::guaranteed(remove, [&] { parent->descriptor.close(); });
+  return removed_beneath_parent(through(self), arguments[0], "contained directory removal",
+                                missing_ok, remove);
 }
 
 }  // namespace
