@@ -5,6 +5,7 @@ from __future__ import annotations
 import errno
 import os
 from collections.abc import Iterator
+from contextlib import suppress
 from pathlib import Path
 from typing import Any
 
@@ -77,3 +78,33 @@ def test_it_is_reached_through_an_instance_as_well(root: Any) -> None:
     root._assert_replaceable_leaf(
         root._descriptor, "file.bin", safe_path="file.bin", allow_replace=True
     )
+
+
+class Flag:
+    """A flag that says how often it was asked for its truth."""
+
+    def __init__(self, value: bool) -> None:
+        self.value = value
+        self.asked = 0
+
+    def __bool__(self) -> bool:
+        self.asked += 1
+        return self.value
+
+
+@pytest.mark.parametrize(("leaf", "asked"), [("absent", 0), ("sub", 0), ("file.bin", 1)])
+def test_permission_is_asked_for_only_over_a_regular_file(
+    parent: int, leaf: str, asked: int
+) -> None:
+    flag: Any = Flag(False)
+    with suppress(ValueError, FileExistsError):
+        judge(parent, leaf, safe_path="p", allow_replace=flag)
+    assert flag.asked == asked
+
+
+def test_a_walk_of_one_segment_does_not_ask_whether_to_make_directories(tree: Path) -> None:
+    flag: Any = Flag(True)
+    with PinnedRoot(tree) as root:
+        os.close(root._open_parent("leaf", label="l", create=flag)[0])
+    PinnedRoot("/", create=flag).close()
+    assert flag.asked == 0

@@ -95,7 +95,7 @@ constexpr host::Signature kSignature{
 
 Reference body(PyObject* /*module*/, const Arguments& arguments) {
   return load_accepted_distribution_set(arguments[0],
-                                        arguments[1] != nullptr ? arguments[1] : Py_None);
+                                        arguments.get(1, Py_None));
 }
 
 }  // namespace

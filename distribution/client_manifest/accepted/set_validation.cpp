@@ -163,7 +163,7 @@ constexpr host::Signature kSignature{
 
 Reference body(PyObject* /*module*/, const Arguments& arguments) {
   return validate_accepted_distribution_set(arguments[0], arguments[1],
-                                            arguments[2] != nullptr ? arguments[2] : Py_None);
+                                            arguments.get(2, Py_None));
 }
 
 }  // namespace

@@ -6,6 +6,9 @@
 
 namespace client_manifest::host {
 
+// Makes the names of both ends of the protocol; once, at load.
+void make_context_manager_names();
+
 class ContextManager {
  public:
   // Looks up both ends of the protocol and enters.
@@ -19,7 +22,24 @@ class ContextManager {
       const Error& failure);  // it failed; true: the manager took that up
 
  private:
-  Reference exit_;
+  // A method of the manager's type, past the instance, as the host looks it up. It is not bound to
+  // an object of its own: what has been entered could not be left if memory ran out for that.
+  class SpecialMethod {
+   public:
+    SpecialMethod(PyObject* manager, PyObject* name, const char* if_missing);
+    template <HostArgument... Arguments>
+    [[nodiscard]] Reference operator()(const Arguments&... arguments) const {
+      return bound_ ? call(bound_, arguments...) : call(unbound_, manager_, arguments...);
+    }
+
+   private:
+    Reference manager_;
+    Reference unbound_;
+    Reference bound_;
+  };
+
+  SpecialMethod enter_;
+  SpecialMethod exit_;
   Reference entered_;
 };
 

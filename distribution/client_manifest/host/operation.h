@@ -53,6 +53,11 @@ class Arguments {
 
   [[nodiscard]] PyObject* operator[](std::size_t parameter) const { return values_[parameter]; }
 
+  // The argument, or `otherwise` where it was left at its default.
+  [[nodiscard]] PyObject* get(std::size_t parameter, PyObject* otherwise) const {
+    return values_[parameter] != nullptr ? values_[parameter] : otherwise;
+  }
+
  private:
   std::array<PyObject*, kMostParameters> values_{};
 };

@@ -19,8 +19,6 @@ using host::take;
 constexpr Parameter kMissingOk{"missing_ok", Pass::by_keyword, "True"};
 constexpr Parameter kPreserve{"preserve_relative_paths", Pass::by_keyword};
 
-PyObject* or_true(PyObject* argument) { return argument != nullptr ? argument : Py_True; }
-
 // `os.path.join(os.fspath(pinned.path), *relative_path.split("/"))`: the location by its name, with
 // nothing resolved.
 Reference joined_location(PyObject* pinned, PyObject* relative_path) {
@@ -47,7 +45,7 @@ Reference write_contained_regular_file(PyObject* /*module*/, const Arguments& ar
   return host::with(pin_or_create(arguments[0]).get(), [&](PyObject* pinned) {
     static_cast<void>(host::call_method_with_keywords(pinned, names().write_atomic,
                                                       keywords().allow_replace, relative_path,
-                                                      arguments[2], or_true(arguments[3])));
+                                                      arguments[2], arguments.get(3, Py_True)));
     prove(pinned);
     return joined_location(pinned, relative_path);
   });
@@ -62,7 +60,7 @@ Reference remove_contained_regular_file(PyObject* /*module*/, const Arguments& a
   return one_shot(pin(arguments[0]), [&](PyObject* pinned) {
     return host::call_method_with_keywords(pinned, names().remove_regular_file,
                                            keywords().missing_ok, arguments[1],
-                                           or_true(arguments[2]));
+                                           arguments.get(2, Py_True));
   });
 }
 
@@ -116,7 +114,7 @@ Reference remove_contained_directory_tree(PyObject* /*module*/, const Arguments&
   return one_shot(pin(arguments[0]), [&](PyObject* pinned) {
     return host::call_method_with_keywords(pinned, names().remove_directory_tree,
                                            keywords().missing_ok, arguments[1],
-                                           or_true(arguments[2]));
+                                           arguments.get(2, Py_True));
   });
 }
 

@@ -3,6 +3,7 @@
 
 #include "host/value.h"
 #include "path_level/one_shot.h"
+#include "pinned_root/chunk_size.h"
 
 namespace client_manifest::path_level {
 namespace {
@@ -14,7 +15,7 @@ using host::Pass;
 using host::Reference;
 
 constexpr Parameter kLabel{"label", Pass::by_keyword};
-constexpr Parameter kChunkBytes{"chunk_bytes", Pass::by_keyword, "1048576"};
+using pinned_root::kChunkBytesParameter;
 
 // The operations that take nothing but a path and a label.
 Reference labelled(const Arguments& arguments, PyObject* operation) {
@@ -51,18 +52,13 @@ Reference stat_contained_regular_file(PyObject* /*module*/, const Arguments& arg
   return labelled(arguments, names().stat_regular_file);
 }
 
-Reference chunk_bytes_of(const Arguments& arguments) {
-  return arguments[3] != nullptr ? Reference::acquire(arguments[3])
-                                 : host::integer(std::int64_t{0x100000});
-}
-
 constexpr host::Signature kIdentifySignature{
     .name = "identify_contained_regular_file",
-    .parameters = {{{"root"}, {"relative_path"}, kLabel, kChunkBytes}},
+    .parameters = {{{"root"}, {"relative_path"}, kLabel, kChunkBytesParameter}},
 };
 
 Reference identify_contained_regular_file(PyObject* /*module*/, const Arguments& arguments) {
-  const Reference chunk_bytes = chunk_bytes_of(arguments);
+  const Reference chunk_bytes = pinned_root::chunk_bytes_or_default(arguments[3]);
   return one_shot(pin(arguments[0]), [&](PyObject* pinned) {
     return host::call_method_with_keywords(pinned, names().hash_regular_file,
                                            keywords().label_chunk_bytes, arguments[1], arguments[2],
@@ -72,14 +68,14 @@ Reference identify_contained_regular_file(PyObject* /*module*/, const Arguments&
 
 constexpr host::Signature kHashSignature{
     .name = "hash_contained_regular_file",
-    .parameters = {{{"root"}, {"relative_path"}, kLabel, kChunkBytes}},
+    .parameters = {{{"root"}, {"relative_path"}, kLabel, kChunkBytesParameter}},
 };
 
 // Pins nothing itself.
 Reference hash_contained_regular_file(PyObject* /*module*/, const Arguments& arguments) {
   const Reference identity = host::call_with_keywords(
       global(names().identify_contained_regular_file), keywords().label_chunk_bytes, arguments[0],
-      arguments[1], arguments[2], chunk_bytes_of(arguments));
+      arguments[1], arguments[2], pinned_root::chunk_bytes_or_default(arguments[3]));
   return host::attribute(identity.get(), names().sha256);
 }
 

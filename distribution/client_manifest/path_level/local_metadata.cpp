@@ -60,8 +60,8 @@ constexpr host::Signature kFromPathSignature{
 // The bytes of the manifest, or nothing where it or a directory on the way to it is missing.
 Reference manifest_bytes_if_present(PyObject* path) {
   try {
-    return host::call_with_keywords(global(names().read_regular_file_path), keywords().label, path,
-                                    fspath(path));
+    const Reference read = global(names().read_regular_file_path);
+    return host::call_with_keywords(read, keywords().label, path, fspath(path));
   } catch (const Error& error) {
     if (!error.matches(PyExc_FileNotFoundError)) throw;
     return {};
@@ -70,18 +70,18 @@ Reference manifest_bytes_if_present(PyObject* path) {
 
 Reference manifest_metadata_from_path(PyObject* /*module*/, const Arguments& arguments) {
   PyObject* const path = arguments[0];
-  Reference metadata = take(PyDict_New());
   const Reference manifest_bytes = manifest_bytes_if_present(path);
-  if (!manifest_bytes) return metadata;
+  if (!manifest_bytes) return take(PyDict_New());
+  const Reference parse = global(names().parse_distribution_manifest_bytes);
   const Reference manifest =
-      host::call_with_keywords(global(names().parse_distribution_manifest_bytes), keywords().label,
-                               manifest_bytes, fspath(path));
+      host::call_with_keywords(parse, keywords().label, manifest_bytes, fspath(path));
   const Reference version = positive(host::get(manifest.get(), names().version).get());
   const Reference market_id = positive(host::get(manifest.get(), names().market_id).get());
   const Reference era_number = positive(host::get(manifest.get(), names().era_number).get());
   if (version.get() == Py_None || market_id.get() == Py_None || era_number.get() == Py_None) {
-    return metadata;
+    return take(PyDict_New());
   }
+  Reference metadata = take(PyDict_New());
   host::check(PyDict_SetItem(metadata.get(), names().client_manifest_version, version.get()));
   host::check(PyDict_SetItem(metadata.get(), names().client_manifest_market_id, market_id.get()));
   host::check(PyDict_SetItem(metadata.get(), names().client_manifest_era_number, era_number.get()));
@@ -132,8 +132,8 @@ Reference local_client_manifest_metadata(PyObject* /*module*/, const Arguments& 
   PyObject* const data_dir = arguments[0];
   if (!host::is_true(data_dir)) return take(PyDict_New());
   const Reference base_dir = fspath(data_dir);
-  const Reference requested_market_id = positive(arguments[1] != nullptr ? arguments[1] : Py_None);
-  const Reference requested_era_number = positive(arguments[2] != nullptr ? arguments[2] : Py_None);
+  const Reference requested_market_id = positive(arguments.get(1, Py_None));
+  const Reference requested_era_number = positive(arguments.get(2, Py_None));
   host::Iteration manifest_paths(
       manifest_paths_under(base_dir, requested_market_id, requested_era_number).get());
   while (const Reference manifest_path = manifest_paths.next()) {

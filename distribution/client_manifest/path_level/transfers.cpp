@@ -10,6 +10,7 @@
 #include "host/message.h"
 #include "host/value.h"
 #include "path_level/one_shot.h"
+#include "pinned_root/chunk_size.h"
 #include "pinned_root/instance.h"
 #include "pinned_root/staging_names.h"
 #include "system/calls.h"
@@ -24,7 +25,6 @@ using host::Arguments;
 using host::Error;
 using host::Operation;
 using host::Reference;
-using pinned_root::Instance;
 using pinned_root::Parent;
 using pinned_root::through;
 using system::FileNames;
@@ -71,7 +71,7 @@ Reference move(const Place& from, const Place& to) {
 // Empties the file, for a leftover of the same name is not refused, and fills it; the bytes are on
 // the disk before it is closed. Memory is one chunk.
 void stream(PyObject* source_file, PyObject* destination_file) {
-  const Reference chunk_bytes = host::integer(std::int64_t{0x100000});
+  const Reference chunk_bytes = host::integer(pinned_root::kChunkBytes);
   static_cast<void>(
       host::call_method(destination_file, names().seek, host::integer(std::int64_t{0})));
   static_cast<void>(host::call_method(destination_file, names().truncate));

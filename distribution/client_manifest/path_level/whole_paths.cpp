@@ -6,6 +6,7 @@
 #include "host/value.h"
 #include "path_level/one_shot.h"
 #include "pinned_root/absolute_path.h"
+#include "pinned_root/chunk_size.h"
 
 namespace client_manifest::path_level {
 namespace {
@@ -32,8 +33,8 @@ constexpr host::Signature kReadSignature{
 Reference read_regular_file_path(PyObject* /*module*/, const Arguments& arguments) {
   const Reference absolute = pinned_root::absolute_path(arguments[0]);
   const Reference leaf = valid_leaf_of(absolute);
-  return host::call_with_keywords(global(names().read_contained_regular_file), keywords().label,
-                                  parent_of(absolute), leaf, arguments[1]);
+  const Reference read = global(names().read_contained_regular_file);
+  return host::call_with_keywords(read, keywords().label, parent_of(absolute), leaf, arguments[1]);
 }
 
 constexpr host::Signature kWriteSignature{
@@ -42,24 +43,20 @@ constexpr host::Signature kWriteSignature{
 };
 
 Reference write_regular_file_path(PyObject* /*module*/, const Arguments& arguments) {
-  PyObject* const allow_replace = arguments[2] != nullptr ? arguments[2] : Py_True;
   const Reference absolute = pinned_root::absolute_path(arguments[0]);
   const Reference leaf = valid_leaf_of(absolute);
-  return host::call_with_keywords(global(names().write_contained_regular_file),
-                                  keywords().allow_replace, parent_of(absolute), leaf, arguments[1],
-                                  allow_replace);
+  const Reference write = global(names().write_contained_regular_file);
+  return host::call_with_keywords(write, keywords().allow_replace, parent_of(absolute), leaf,
+                                  arguments[1], arguments.get(2, Py_True));
 }
 
 constexpr host::Signature kHashSignature{
     .name = "hash_regular_file_path",
-    .parameters = {{{"path"},
-                    {"label", Pass::by_keyword},
-                    {"chunk_bytes", Pass::by_keyword, "1048576"}}},
+    .parameters = {{{"path"}, {"label", Pass::by_keyword}, pinned_root::kChunkBytesParameter}},
 };
 
 Reference hash_regular_file_path(PyObject* /*module*/, const Arguments& arguments) {
-  const Reference chunk_bytes = arguments[2] != nullptr ? Reference::acquire(arguments[2])
-                                                        : host::integer(std::int64_t{0x100000});
+  const Reference chunk_bytes = pinned_root::chunk_bytes_or_default(arguments[2]);
   const Reference absolute = pinned_root::absolute_path(arguments[0]);
   const Reference parent = parent_of(absolute);
   return host::with(pin(parent.get()).get(), [&](PyObject* pinned) {

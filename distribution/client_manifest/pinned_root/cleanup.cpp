@@ -4,8 +4,9 @@
 #include "pinned_root/cleanup.h"
 
 #include <algorithm>
+#include <functional>
+#include <set>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "documents/relative_path.h"
@@ -29,7 +30,7 @@ using host::Reference;
 using host::take;
 
 // Contained paths in text form.
-using Paths = std::unordered_set<std::string>;
+using Paths = std::set<std::string, std::less<>>;
 
 class Cleanup : public TreeVisitor {
  public:
@@ -42,7 +43,7 @@ class Cleanup : public TreeVisitor {
   [[nodiscard]] bool has_removed_any() const noexcept { return !removed_.empty(); }
   [[nodiscard]] bool preserves(const Entry& entry) const { return preserved_.contains(entry.path); }
   bool has_removed(const Entry& entry) {
-    removed_.push_back(entry.path);
+    removed_.emplace_back(entry.path);
     return true;
   }
 
@@ -91,7 +92,7 @@ class PrefixCleanup final : public Cleanup {
   bool skips(const Entry& entry) override { return entry.text.starts_with('.'); }
 
   bool enters(const Entry& entry) override {
-    const std::string directory_prefix = entry.path + '/';
+    const std::string directory_prefix = std::string(entry.path) + '/';
     return std::ranges::any_of(prefixes_, [&](const std::string& prefix) {
       return prefix.starts_with(directory_prefix) || directory_prefix.starts_with(prefix);
     });

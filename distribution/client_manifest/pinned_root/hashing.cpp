@@ -11,6 +11,7 @@
 #include "host/context_manager.h"
 #include "host/message.h"
 #include "host/value.h"
+#include "pinned_root/chunk_size.h"
 #include "pinned_root/direct_route.h"
 #include "pinned_root/instance.h"
 #include "pinned_root/open_file.h"
@@ -27,8 +28,6 @@ using host::Pass;
 using host::raise;
 using host::Reference;
 using system::FileStat;
-
-constexpr std::int64_t kDefaultChunkBytes = 0x100000;
 
 void require_chunk_bytes(PyObject* chunk_bytes) {
   if (!host::is_integer(chunk_bytes)) {
@@ -130,7 +129,7 @@ std::optional<std::int64_t> plain_chunk_bytes(PyObject* chunk_bytes) {
 FileIdentity hash_regular_file(PyObject* self, PyObject* relative_path, PyObject* label,
                                PyObject* given_chunk_bytes) {
   const Reference chunk_bytes = given_chunk_bytes != nullptr ? Reference::acquire(given_chunk_bytes)
-                                                             : host::integer(kDefaultChunkBytes);
+                                                             : host::integer(kChunkBytes);
   require_chunk_bytes(chunk_bytes.get());
   const Reference safe_path = documents::bound::validate_manifest_relative_path(relative_path);
   const Subject subject{.label = label, .path = safe_path.get()};
@@ -152,9 +151,7 @@ namespace {
 constexpr host::Signature kHashSignature{
     .name = "hash_regular_file",
     .kind = Kind::method,
-    .parameters = {{{"relative_path"},
-                    {"label", Pass::by_keyword},
-                    {"chunk_bytes", Pass::by_keyword, "1048576"}}},
+    .parameters = {{{"relative_path"}, {"label", Pass::by_keyword}, kChunkBytesParameter}},
     .documentation = "Hash one stable regular-file identity through a bounded stream.",
 };
 
@@ -165,17 +162,14 @@ Reference hash_body(PyObject* self, const Arguments& arguments) {
 constexpr host::Signature kHashOpenSignature{
     .name = "hash_open_regular_file",
     .kind = Kind::method,
-    .parameters = {{{"file"},
-                    {"relative_path"},
-                    {"label", Pass::by_keyword},
-                    {"chunk_bytes", Pass::by_keyword, "1048576"}}},
+    .parameters =
+        {{{"file"}, {"relative_path"}, {"label", Pass::by_keyword}, kChunkBytesParameter}},
     .documentation = "Hash an already-open contained file without reopening its path.",
 };
 
 Reference hash_open_regular_file(PyObject* self, const Arguments& arguments) {
   PyObject* const file = arguments[0];
-  const Reference chunk_bytes = arguments[3] != nullptr ? Reference::acquire(arguments[3])
-                                                        : host::integer(kDefaultChunkBytes);
+  const Reference chunk_bytes = chunk_bytes_or_default(arguments[3]);
   require_chunk_bytes(chunk_bytes.get());
   const Reference safe_path = documents::bound::validate_manifest_relative_path(arguments[1]);
   const Subject subject{.label = arguments[2], .path = safe_path.get()};

@@ -39,7 +39,7 @@ constexpr host::Signature kInitSignature{
 };
 
 Reference init(PyObject* self, const Arguments& arguments) {
-  PyObject* const create = arguments[1] != nullptr ? arguments[1] : Py_False;
+  PyObject* const create = arguments.get(1, Py_False);
   const Instance root = through(self);
   require_posix();
   const Reference path = absolute_path(arguments[0]);
@@ -70,8 +70,8 @@ constexpr host::Signature kAbsoluteSignature{
 Reference open_absolute_directory(PyObject* /*owner*/, const Arguments& arguments) {
   const Reference parts =
       take(PySequence_Tuple(host::attribute(arguments[1], names().parts).get()));
-  const bool create = host::is_true(arguments[2]);
   const FileNames below_top = FileNames::of(parts.get(), 1);
+  const bool create = below_top.size() > 0 && host::is_true(arguments[2]);
   return handed_over(in_words([&] { return walk_from_top(below_top, create); }));
 }
 

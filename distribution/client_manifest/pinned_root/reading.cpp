@@ -11,6 +11,7 @@
 #include "host/context_manager.h"
 #include "host/message.h"
 #include "host/value.h"
+#include "pinned_root/chunk_size.h"
 #include "pinned_root/direct_route.h"
 #include "pinned_root/instance.h"
 #include "pinned_root/open_file.h"
@@ -28,8 +29,6 @@ using host::raise_from;
 using host::Reference;
 using host::take;
 using system::FileStat;
-
-constexpr std::int64_t kReadChunkBytes = 0x100000;
 
 // What one read gave: the bytes and the last look at the file they came from.
 struct Contents {
@@ -121,7 +120,7 @@ Reference read_open_regular_file_with_stat(PyObject* self, const Arguments& argu
   if (!source_stat.is_regular()) throw not_a_regular_file(subject).in_words();
   const Reference chunks = take(PyList_New(0));
   ByteCount actual_size;
-  const Reference chunk_bytes = host::integer(kReadChunkBytes);
+  const Reference chunk_bytes = host::integer(kChunkBytes);
   while (const Reference chunk = read_chunk(file, chunk_bytes.get())) {
     actual_size.add(chunk);
     host::check(PyList_Append(chunks.get(), chunk.get()));

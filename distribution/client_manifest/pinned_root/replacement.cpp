@@ -24,11 +24,12 @@ using system::OwnedDescriptor;
 
 // What sets the twins apart.
 struct Twin {
-  const char* source_label;
-  const char* destination_label;
+  const char* source_label = nullptr;
+  const char* destination_label = nullptr;
   Wording not_regular;
   Wording changed;
-  bool syncs_the_destination_always;  // or only where its descriptor is not that of the source
+  bool syncs_the_destination_always =
+      false;  // or only where its descriptor is not that of the source
 };
 
 Twin replacement() {

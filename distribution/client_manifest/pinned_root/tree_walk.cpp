@@ -1,7 +1,6 @@
 // A listing stays at the entry that was gone into, so that its name is at hand on the way back.
 #include "pinned_root/tree_walk.h"
 
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -19,7 +18,7 @@ using system::OwnedDescriptor;
 
 struct Level {
   OwnedDescriptor directory;
-  std::optional<DirectoryListing> listing{};
+  DirectoryListing listing;
   std::size_t path_length = 0;
   bool changed = false;
 };
@@ -28,7 +27,7 @@ struct Level {
 
 class TreeWalk {
  public:
-  explicit TreeWalk(TreeVisitor& visitor) : visitor_(visitor), path_(visitor.path_) {}
+  explicit TreeWalk(TreeVisitor& visitor) : visitor_(&visitor) {}
 
   void run(OwnedDescriptor directory) {
     try {
@@ -42,14 +41,16 @@ class TreeWalk {
  private:
   // Goes into the directory to which the path leads.
   void descend(OwnedDescriptor directory) {
-    levels_.push_back({.directory = std::move(directory), .path_length = path_.size()});
-    levels_.back().listing.emplace(levels_.back().directory.get());
+    Level& below = levels_.emplace_back();
+    below.directory = std::move(directory);
+    below.path_length = path().size();
+    below.listing = DirectoryListing(below.directory.get());
   }
 
   void step() {
     signals_.step();
     Level& here = levels_.back();
-    if (here.listing->next()) {
+    if (here.listing.next()) {
       handle(here, next_entry(here));
     } else {
       ascend();
@@ -57,10 +58,10 @@ class TreeWalk {
   }
 
   void handle(Level& here, const Entry& entry) {
-    if (visitor_.skips(entry)) return;
-    if (here.listing->is_directory()) {
-      if (visitor_.enters(entry)) descend(visitor_.open(entry));
-    } else if (visitor_.visit(entry)) {
+    if (visitor_->skips(entry)) return;
+    if (here.listing.is_directory()) {
+      if (visitor_->enters(entry)) descend(visitor_->open(entry));
+    } else if (visitor_->visit(entry)) {
       here.changed = true;
     }
   }
@@ -68,18 +69,18 @@ class TreeWalk {
   // Goes back to the directory above.
   void ascend() {
     Level& done = levels_.back();
-    done.listing->close();
-    visitor_.finish(done.directory.get(), done.changed);
+    done.listing.close();
+    visitor_->finish(done.directory.get(), done.changed);
     done.directory.close();
-    path_.resize(done.path_length);
+    path().resize(done.path_length);
     levels_.pop_back();
-    if (!levels_.empty() && visitor_.leave(entry(levels_.back()))) levels_.back().changed = true;
+    if (!levels_.empty() && visitor_->leave(entry(levels_.back()))) levels_.back().changed = true;
   }
 
   Entry next_entry(const Level& here) {
-    path_.resize(here.path_length);
-    if (!path_.empty()) path_ += '/';
-    host::append_text_form_of_name(path_, here.listing->name());
+    path().resize(here.path_length);
+    if (!path().empty()) path() += '/';
+    host::append_text_form_of_name(path(), here.listing.name());
     return entry(here);
   }
 
@@ -87,16 +88,16 @@ class TreeWalk {
   [[nodiscard]] Entry entry(const Level& here) const {
     const std::size_t start = here.path_length == 0 ? 0 : here.path_length + 1;
     return {.directory = here.directory.get(),
-            .name = here.listing->name(),
-            .text = std::string_view(path_).substr(start),
-            .path = path_};
+            .name = here.listing.name(),
+            .text = std::string_view(path()).substr(start),
+            .path = path()};
   }
 
   // Leaves all levels, the deepest first, on the way of `refusal`.
   Refusal unwound(Refusal refusal) {
     for (; !levels_.empty(); levels_.pop_back()) {
       Level& level = levels_.back();
-      level.listing.reset();
+      level.listing.close();
       try {
         close_before(refusal, level.directory);
       } catch (Refusal& replacement) {
@@ -106,8 +107,9 @@ class TreeWalk {
     return refusal;
   }
 
-  TreeVisitor& visitor_;
-  std::string& path_;
+  [[nodiscard]] std::string& path() const noexcept { return visitor_->path_; }
+
+  TreeVisitor* visitor_;
   std::vector<Level> levels_;
   host::SignalPoll signals_;
 };

@@ -18,10 +18,10 @@ namespace client_manifest::pinned_root {
 
 // One entry of a directory, for as long as the walk stands at it.
 struct Entry {
-  int directory;            // the descriptor of the directory that holds it
-  const char* name;         // as the system has it
-  std::string_view text;    // the name, in text form
-  const std::string& path;  // down from where the walk began, in text form
+  int directory;          // the descriptor of the directory that holds it
+  const char* name;       // as the system has it
+  std::string_view text;  // the name, in text form
+  std::string_view path;  // down from where the walk began, in text form
 };
 
 // What a walk does on its way.

@@ -1,8 +1,9 @@
 // Lists an open directory from its beginning, in the order in which the system yields its entries
 // and in bounded memory: nothing is collected first, so that a walk may change what it lists.
 //
-// A listing shares nothing, not even a position, with any other one of the same directory. The
-// descriptor that it was given stays open and stays the caller's. Needs no interpreter lock.
+// A listing has a position of its own, wherever the directory can be opened anew: several of one
+// directory do not disturb each other. The descriptor that it was given stays open and stays the
+// caller's. Needs no interpreter lock.
 #pragma once
 
 #include <memory>
@@ -11,6 +12,7 @@ namespace client_manifest::system {
 
 class DirectoryListing {
  public:
+  DirectoryListing() noexcept = default;
   explicit DirectoryListing(int directory);
 
   // Goes to the next entry, neither "." nor ".."; false at the end.
@@ -31,7 +33,7 @@ class DirectoryListing {
   };
   enum class Type { unknown, directory, other };
 
-  int directory_;
+  int directory_ = -1;
   std::unique_ptr<void, Closed> stream_;
   const char* name_ = nullptr;
   Type type_ = Type::unknown;
