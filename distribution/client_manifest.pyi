@@ -18,7 +18,7 @@ from collections.abc import Iterable, Mapping
 from dataclasses import dataclass
 from pathlib import Path
 from types import TracebackType
-from typing import Any, Final, Literal, Protocol, Self, type_check_only
+from typing import IO, Any, Final, Literal, Protocol, Self, type_check_only
 
 # What is asked of a file; these names exist for type checkers alone, the module does not bind them.
 
@@ -262,7 +262,8 @@ class PinnedRoot:
     a `with` block. Contained paths are walked one segment at a time and no link is followed. What
     is read counts only after proofs that descriptor, path and root stayed the same. On a closed
     root, operations raise `RuntimeError`. No lock is held: do not close a root that another thread
-    is using. This is the class for this platform, chosen when the module is loaded.
+    is using. This is the class for this platform, chosen when the module is loaded: what is said
+    here is how it works on POSIX, and `_WindowsPinnedRoot` says how it differs on Windows.
     """
 
     path: Path
@@ -566,6 +567,422 @@ class PinnedRoot:
         """The descriptor that this root holds and keeps; raises `RuntimeError` if closed."""
 
 _PosixPinnedRoot = PinnedRoot
+
+# The implementation for Windows. Its classes and functions are bound on every platform; only an
+# instance of `_WindowsHandleFileSystem` needs Windows.
+
+@dataclass(frozen=True)
+class _WindowsFileRenameInformationLayout:
+    """Where the fields of the kernel's rename record begin, and how long it is; all in bytes.
+
+    `structure_size` is the fixed record, rounded up to `structure_alignment`, which is the size of
+    a pointer. `buffer_size` is that and the whole name.
+    """
+
+    root_directory_offset: int
+    file_name_length_offset: int
+    file_name_offset: int
+    structure_alignment: int
+    structure_size: int
+    buffer_size: int
+
+def _windows_file_rename_information_layout(
+    pointer_size: int, file_name_length: int
+) -> _WindowsFileRenameInformationLayout:
+    """The layout for pointers of `pointer_size` bytes and a name of `file_name_length` bytes.
+
+    Raises `ValueError` if the pointer's size is neither 4 nor 8, or if the length is below 0, above
+    4294967295 or odd.
+    """
+
+def _windows_file_rename_information_bytes(
+    destination_parent: int, encoded_name: bytes, *, replace: bool, pointer_size: int
+) -> bytes:
+    """The record that renames to `encoded_name`, UTF-16LE, beneath the handle `destination_parent`.
+
+    The name is not looked at, and may be empty. Four zero bytes end the record.
+    Raises `TypeError` if the name is not bytes, `ValueError` if the handle does not fit a pointer,
+    and as `_windows_file_rename_information_layout` does.
+    """
+
+@type_check_only
+class _WindowsBoundary(Protocol):
+    """What a `_WindowsPinnedRoot` asks of its boundary: a substitute needs these and no more.
+
+    A handle is an int of at least 0. Whoever is given one closes it. A name is one segment; an open
+    follows no link but opens the link itself. What is missing, or about to be deleted, is a
+    `FileNotFoundError`, what is there already a `FileExistsError`, any other failure an `OSError`.
+    `_WindowsHandleFileSystem` is the boundary of Windows.
+    """
+
+    def split_root_path(self, path: str, /) -> tuple[str, tuple[str, ...]]: ...
+    def open_volume(self, volume_path: str, /) -> int: ...
+    def duplicate(self, handle: int, /) -> int: ...
+    def close(self, handle: int, /) -> None: ...
+    def identity(self, handle: int, /) -> tuple[int, bytes]: ...
+    def kind(self, handle: int, /) -> str: ...
+    def is_reparse(self, handle: int, /) -> bool: ...
+    def open_directory(
+        self, parent: int, name: str, /, *, create: bool, delete: bool = ...
+    ) -> int: ...
+    def open_regular(
+        self,
+        parent: int,
+        name: str,
+        /,
+        *,
+        writable: bool,
+        create: bool,
+        exclusive: bool = ...,
+        delete: bool = ...,
+    ) -> int: ...
+    def open_entry(self, parent: int, name: str, /, *, delete: bool) -> int: ...
+    def stat(self, handle: int, /) -> os.stat_result: ...
+    def file_object(self, handle: int, mode: str, /) -> Any: ...
+    def list_names(self, handle: int, /) -> tuple[str, ...]: ...
+    def rename(
+        self, source: int, destination_parent: int, destination_name: str, /, *, replace: bool
+    ) -> None: ...
+    def delete(self, handle: int, /) -> None: ...
+
+class _WindowsHandleFileSystem:
+    """Small ctypes boundary for Windows handle-relative filesystem calls.
+
+    It opens one segment at a time beneath an open directory, follows no link, and judges nothing:
+    `_WindowsPinnedRoot` does. Every open shares reading, writing and deleting with everybody. No
+    state changes once an instance is made. A failing call is an `OSError` with the number of
+    Windows; `FileNotFoundError` and `FileExistsError` carry the name alone.
+    """
+
+    _FILE_ATTRIBUTE_DIRECTORY: Final = 16
+    _FILE_ATTRIBUTE_REPARSE_POINT: Final = 1024
+    _FILE_ATTRIBUTE_NORMAL: Final = 128
+    _FILE_READ_DATA: Final = 1
+    _FILE_LIST_DIRECTORY: Final = 1
+    _FILE_TRAVERSE: Final = 32
+    _FILE_READ_ATTRIBUTES: Final = 128
+    _FILE_WRITE_DATA: Final = 2
+    _FILE_APPEND_DATA: Final = 4
+    _DELETE: Final = 65536
+    _SYNCHRONIZE: Final = 1048576
+    _FILE_SHARE_READ: Final = 1
+    _FILE_SHARE_WRITE: Final = 2
+    _FILE_SHARE_DELETE: Final = 4
+    _FILE_OPEN: Final = 1
+    _FILE_CREATE: Final = 2
+    _FILE_OPEN_IF: Final = 3
+    _FILE_DIRECTORY_FILE: Final = 1
+    _FILE_NON_DIRECTORY_FILE: Final = 64
+    _FILE_OPEN_REPARSE_POINT: Final = 2097152
+    _FILE_SYNCHRONOUS_IO_NONALERT: Final = 32
+    _OBJ_CASE_INSENSITIVE: Final = 64
+    _OPEN_EXISTING: Final = 3
+    _FILE_FLAG_BACKUP_SEMANTICS: Final = 33554432
+    _FILE_FLAG_OPEN_REPARSE_POINT: Final = 2097152
+    _FILE_ID_INFO_CLASS: Final = 18
+    _FILE_NAMES_INFORMATION_CLASS: Final = 12
+    _FILE_RENAME_INFORMATION_CLASS: Final = 10
+    _FILE_DISPOSITION_INFORMATION_CLASS: Final = 13
+    _STATUS_NO_MORE_FILES: Final = 2147483654
+    _STATUS_OBJECT_NAME_NOT_FOUND: Final = 3221225524
+    _STATUS_OBJECT_PATH_NOT_FOUND: Final = 3221225530
+    _STATUS_OBJECT_NAME_COLLISION: Final = 3221225525
+    _STATUS_DELETE_PENDING: Final = 3221225558
+
+    # What the constructor binds: modules, libraries, records, and the calls of the system.
+    _ctypes: Any
+    _wintypes: Any
+    _kernel32: Any
+    _ntdll: Any
+    _UnicodeString: Any
+    _ObjectAttributes: Any
+    _IoStatusBlock: Any
+    _FileIdInfo: Any
+    _ByHandleFileInformation: Any
+    _create_file: Any
+    _close_handle: Any
+    _duplicate_handle: Any
+    _current_process: Any
+    _get_file_information: Any
+    _get_file_information_ex: Any
+    _nt_create_file: Any
+    _nt_query_directory_file: Any
+    _nt_set_information_file: Any
+    _rtl_nt_status_to_dos_error: Any
+
+    def __init__(self) -> None:
+        """Loads the system's libraries. Raises `NotImplementedError` anywhere but on Windows."""
+
+    @staticmethod
+    def split_root_path(path: str | os.PathLike[str]) -> tuple[str, tuple[str, ...]]:
+        r"""(the volume's path, such as `\\?\C:\`; the segments beneath it).
+
+        The path is made absolute by the rules of Windows; this works on every platform. Raises
+        `ValueError` if it does not begin with a drive then, as that of a server does not.
+        """
+
+    def open_volume(self, volume_path: str) -> int:
+        """A handle of the volume's own directory."""
+
+    @property
+    def _share_access(self) -> int:
+        """What every open shares with others: reading, writing and deleting."""
+
+    def duplicate(self, handle: int) -> int:
+        """Another handle of the same object, which is not inherited by child processes."""
+
+    def close(self, handle: int) -> None:
+        """Closes a handle. What was marked for deletion goes with its last one."""
+
+    def identity(self, handle: int) -> tuple[int, bytes]:
+        """(serial number of the volume; the 16 bytes of the file's id on it).
+
+        A volume that has no such ids gives an `OSError`.
+        """
+
+    def kind(self, handle: int) -> Literal["directory", "regular"]:
+        """"directory", or "regular" for all else; asks nothing about links."""
+
+    def is_reparse(self, handle: int) -> bool:
+        """Whether the object is a link, a mount point or another reparse point."""
+
+    def _attributes(self, handle: int) -> int:
+        """The attributes of the file."""
+
+    def open_directory(
+        self, parent: int, name: str, *, create: bool, delete: bool = False
+    ) -> int:
+        """A handle of one child directory; with `create` it is made if it is missing.
+
+        A handle that is to rename or delete the object is opened with `delete`. Raises
+        `ValueError` for a name that is not one segment.
+        """
+
+    def open_regular(
+        self,
+        parent: int,
+        name: str,
+        *,
+        writable: bool,
+        create: bool,
+        exclusive: bool = False,
+        delete: bool = False,
+    ) -> int:
+        """A handle of one child that is no directory, with its content as it is.
+
+        With `create` a missing file is made, and with `exclusive` too an existing one is a
+        `FileExistsError`. `delete` and failures are as for `open_directory`.
+        """
+
+    def open_entry(self, parent: int, name: str, *, delete: bool) -> int:
+        """A handle of one child, whatever it is, as a directory first; its content cannot be read.
+
+        `delete` and failures are as for `open_directory`.
+        """
+
+    def _open_relative(
+        self, parent: int, name: str, *, desired_access: int, disposition: int, options: int
+    ) -> int:
+        """A handle of one child, opened as the numbers say and never through a link."""
+
+    def stat(self, handle: int) -> os.stat_result:
+        """What the host's `os.fstat` says of the object; the handle stays the caller's."""
+
+    def file_object(self, handle: int, mode: str) -> IO[Any]:
+        """The host's file object, which owns the handle; a failure closes it as well."""
+
+    def list_names(self, handle: int) -> tuple[str, ...]:
+        """The names in a directory in the kernel's order, without "." and "..".
+
+        Raises `UnicodeDecodeError` for a name that is no UTF-16.
+        """
+
+    def rename(
+        self, source: int, destination_parent: int, destination_name: str, *, replace: bool
+    ) -> None:
+        """Gives the object of `source` a name beneath `destination_parent`.
+
+        Raises `ValueError` for a name that is not one segment, and `FileExistsError` if the name is
+        taken and `replace` is false.
+        """
+
+    def delete(self, handle: int) -> None:
+        """Marks the object for deletion: it goes with its last handle, and reads as missing now."""
+
+    def _raise_status(self, status: int, label: str) -> None:
+        """Raises what a status of the kernel says; returns if that is no failure."""
+
+    @staticmethod
+    def _handle_value(handle: object) -> int:
+        """The handle as an int, from its `value` if it has one; a null handle is an `OSError`."""
+
+class _WindowsPinnedRoot(PinnedRoot):
+    """Pinned-root implementation using only Windows kernel-relative children.
+
+    What the methods take, give and promise is as for `PinnedRoot`, and what they say here is how
+    they differ. Handles stand in the place of descriptors, and all work with the system goes
+    through one boundary. A link is opened as itself and refused then, in words that say "reparse
+    point". A file is its volume's serial number and its id there. Names are matched without regard
+    to case. No directory is flushed. There is no `_anchor_descriptor`.
+    """
+
+    _boundary: _WindowsBoundary
+    _volume_path: str
+    _root_components: tuple[str, ...]
+    _anchor_handle: int | None
+    _pending_update_identities: dict[str, tuple[int, bytes]]
+    _root_identity: tuple[int, bytes]
+
+    def __init__(
+        self,
+        root: str | os.PathLike[str],
+        *,
+        create: bool = False,
+        _boundary: _WindowsBoundary | None = None,
+    ) -> None:
+        """Pins the directory `root`, which lies on a local drive.
+
+        Off Windows `root` is not made absolute, and `_boundary` must be given: without one, the
+        boundary of Windows raises `NotImplementedError`. Raises what the boundary raises, such as
+        `FileNotFoundError` and `ValueError` for a path without a drive, and `ValueError` for a link
+        or anything that is no directory.
+        """
+
+    def close(self) -> None:
+        """Closes the handles of this root alone, without a proof. A second call does nothing."""
+
+    def assert_root_unchanged(self) -> None:
+        """Walks again from the volume, or from the anchor, and compares identities.
+
+        Raises `ValueError` if the walk fails or leads elsewhere. A closed root is walked from the
+        volume: that it is closed is no failure by itself.
+        """
+
+    def open_contained_root(self, relative_path: str, *, label: str) -> Self:
+        """Pins a directory beneath this root, over the same boundary; it outlives this one."""
+
+    def write_atomic(self, relative_path: str, payload: bytes, *, allow_replace: bool) -> None:
+        """Publishes `payload` as a whole new file, and proves parents, leaf and root.
+
+        The bytes are flushed, the name is not. Raises `ValueError` if parents or leaf changed; the
+        staged or published file is then deleted, and one that it replaced is lost. After a failed
+        proof of the root the published file stays.
+        """
+
+    def open_regular_file_for_update(
+        self, relative_path: str, *, create: bool
+    ) -> io.BufferedRandom:
+        """Opens one file to be updated, and keeps its identity for `replace_regular_file`."""
+
+    def open_regular_file_for_read(self, relative_path: str, *, label: str) -> io.BufferedReader:
+        """Opens one file to be read; a missing one is a `FileNotFoundError` with its name alone."""
+
+    def remove_regular_file(self, relative_path: str, *, missing_ok: bool) -> bool:
+        """Deletes one file by its handle, and proves that its name and its parents are as expected.
+
+        Raises `ValueError` if something still stands there, or if the parents changed.
+        """
+
+    def replace_regular_file(
+        self, source_relative_path: str, destination_relative_path: str
+    ) -> None:
+        """Renames a file by its handle, and proves both parents, the leaf and the root.
+
+        Raises `ValueError` if the source was opened for update through this root and is another
+        file now, or if a proof fails. If another file is found at the destination afterwards, the
+        source is deleted.
+        """
+
+    def move_regular_file_to(
+        self,
+        source_relative_path: str,
+        destination_root: PinnedRoot,
+        destination_relative_path: str,
+    ) -> None:
+        """The same to a leaf of another root; a source that was updated is not compared.
+
+        Both roots are proved. Raises `TypeError` if the other root is of another class.
+        """
+
+    def remove_regular_files_with_suffix(
+        self, suffix: str, *, preserve_relative_paths: Iterable[str]
+    ) -> tuple[str, ...]:
+        """Deletes files by suffix, and proves each directory before and after it is read.
+
+        A directory that is a link is refused, whatever its name, and so is an entry that goes
+        missing: `FileNotFoundError`.
+        """
+
+    def remove_regular_files_in_prefixes(
+        self, prefixes: tuple[str, ...], *, preserve_relative_paths: Iterable[str]
+    ) -> tuple[str, ...]:
+        """Deletes files beneath directories, with the same proofs."""
+
+    def list_directory_names(self) -> tuple[str, ...]:
+        """The names of the directories right beneath the root, without those that are links."""
+
+    def ensure_directory(self, relative_path: str) -> None:
+        """Makes missing directories, and proves that the path leads to what was opened.
+
+        Failures of the boundary pass as they are.
+        """
+
+    def remove_directory_tree(self, relative_path: str, *, missing_ok: bool) -> bool:
+        """Deletes a directory with all that it holds, and proves that each name is gone."""
+
+    def _assert_replaceable_leaf(  # type: ignore[override]
+        self, parent_descriptor: int, name: str, *, safe_path: str, allow_replace: bool
+    ) -> None:
+        """Returns if `name` is absent, or is a regular file and `allow_replace` is true.
+
+        It opens the leaf to look at it. Raises as that of `PinnedRoot` does.
+        """
+
+    def _assert_path_matches_regular_file(
+        self, relative_path: str, *, label: str, expected_stat: os.stat_result
+    ) -> None:
+        """Walks afresh and compares stat keys; raises `ValueError` if they differ."""
+
+    def _open_parent(self, relative_path: str, *, label: str, create: bool) -> tuple[int, str]:
+        """(handle of the parent directory, which the caller closes; name of the leaf)."""
+
+    def _open_absolute_directory(  # type: ignore[override]
+        self, _path: Path, *, create: bool
+    ) -> int:
+        """A handle of the root's own directory, walked to from its volume; `_path` is not used."""
+
+    def _open_directory_components(  # type: ignore[override]
+        self, anchor_handle: int, components: tuple[str, ...], *, label: str
+    ) -> int:
+        """A handle of the directory beneath the anchor, which stays the caller's."""
+
+    def _require_descriptor(self) -> int:
+        """The handle that this root holds and keeps; raises `RuntimeError` if closed."""
+
+    def _assert_parent_path_matches(
+        self, relative_path: str, *, expected_parent: int, label: str
+    ) -> None:
+        """Proves that the path still leads through the directory of the handle `expected_parent`.
+
+        Raises `ValueError` if it does not, or cannot be walked.
+        """
+
+    def _assert_directory_path_matches(
+        self, relative_path: str, *, expected_directory: int, label: str
+    ) -> None:
+        """Proves that the path, or the root if it is empty, still is the directory of the handle.
+
+        Raises `ValueError` if it is not, or cannot be opened.
+        """
+
+    def _assert_leaf_missing(self, relative_path: str, *, label: str) -> None:
+        """Proves that nothing stands at the path, while its parents do; else `ValueError`."""
+
+    def _require_safe_directory(self, handle: int, path: str) -> None:
+        """Raises `ValueError` if the handle is of a reparse point or of no directory."""
+
+    def _require_safe_regular(self, handle: int, path: str, label: str) -> None:
+        """Raises `ValueError` if the handle is of a reparse point or of a directory."""
 
 def _pinned_root_class(platform_name: str | None = None) -> type[PinnedRoot]:
     """The class for the platform `platform_name`, or for `os.name` if it is None."""

@@ -37,6 +37,10 @@ void make_names() {
   interned.duplicate_json_key_error = intern("_DuplicateJsonObjectKeyError");
   interned.windows_pinned_root = intern("_WindowsPinnedRoot");
   interned.posix_pinned_root = intern("_PosixPinnedRoot");
+  interned.windows_handle_file_system = intern("_WindowsHandleFileSystem");
+  interned.rename_layout_class = intern("_WindowsFileRenameInformationLayout");
+  interned.rename_layout_function = intern("_windows_file_rename_information_layout");
+  interned.rename_bytes_function = intern("_windows_file_rename_information_bytes");
   interned.signals_index_sections = intern("_SIGNALS_INDEX_SECTIONS");
   interned.legacy_signals_index_path = intern("_LEGACY_SIGNALS_INDEX_PATH");
   interned.signals_index_path_pattern = intern("_SIGNALS_INDEX_PATH_RE");
@@ -55,6 +59,7 @@ void make_keywords() {
       .create = name_tuple({"create"}),
       .allow_replace = name_tuple({"allow_replace"}),
       .missing_ok = name_tuple({"missing_ok"}),
+      .replace_pointer_size = name_tuple({"replace", "pointer_size"}),
       .preserve_relative_paths = name_tuple({"preserve_relative_paths"}),
       .relative_path = name_tuple({"relative_path"}),
       .relative_path_payload_label = name_tuple({"relative_path", "payload", "label"}),

@@ -49,6 +49,7 @@ inline constexpr const char* kModuleName = "brindlefen.distribution.client_manif
   NAME(token_hex)                                   \
   NAME(threading)                                   \
   NAME(get_ident)                                   \
+  NAME(value)                                       \
   NAME(fileno)                                      \
   NAME(read)                                        \
   NAME(seek)                                        \
@@ -119,6 +120,12 @@ inline constexpr const char* kModuleName = "brindlefen.distribution.client_manif
   NAME(remove_directory_tree)                       \
   NAME(_descriptor)                                 \
   NAME(_anchor_descriptor)                          \
+  NAME(_anchor_handle)                              \
+  NAME(_boundary)                                   \
+  NAME(_volume_path)                                \
+  NAME(_root_components)                            \
+  NAME(_root_identity)                              \
+  NAME(_pending_update_identities)                  \
   NAME(_anchor_components)                          \
   NAME(_contained_root_label)                       \
   NAME(_require_descriptor)                         \
@@ -151,6 +158,10 @@ struct Names {
   PyObject* duplicate_json_key_error;    // _DuplicateJsonObjectKeyError
   PyObject* windows_pinned_root;         // _WindowsPinnedRoot
   PyObject* posix_pinned_root;           // _PosixPinnedRoot
+  PyObject* windows_handle_file_system;  // _WindowsHandleFileSystem
+  PyObject* rename_layout_class;         // _WindowsFileRenameInformationLayout
+  PyObject* rename_layout_function;      // _windows_file_rename_information_layout
+  PyObject* rename_bytes_function;       // _windows_file_rename_information_bytes
   PyObject* signals_index_sections;      // _SIGNALS_INDEX_SECTIONS
   PyObject* legacy_signals_index_path;   // _LEGACY_SIGNALS_INDEX_PATH
   PyObject* signals_index_path_pattern;  // _SIGNALS_INDEX_PATH_RE
@@ -169,6 +180,7 @@ struct Keywords {
   PyObject* create;
   PyObject* allow_replace;
   PyObject* missing_ok;
+  PyObject* replace_pointer_size;
   PyObject* preserve_relative_paths;
   PyObject* relative_path;
   PyObject* relative_path_payload_label;

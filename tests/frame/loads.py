@@ -30,6 +30,7 @@ LOADED_ALREADY = (
 OTHER_INTERPRETER = (
     "Interpreter change detected - this module can only be loaded into one interpreter per process."
 )
+OTHER_PLATFORM = "the native Windows pinned-root boundary is available only on Windows"
 
 
 class Stop(Exception):
@@ -40,10 +41,22 @@ def load() -> Any:
     return importlib.import_module(MODULE)
 
 
+def load_as(platform_name: str) -> Any:
+    """Loads under another platform's name; the host's own modules keep to the real one."""
+    importlib.import_module("pathlib")
+    name = os.name
+    os.name = platform_name
+    try:
+        return load()
+    finally:
+        os.name = name
+
+
 def works(module: Any) -> None:
     parsed = module.parse_strict_json_object_bytes(b'{"a": 1}', label="label")
     assert parsed == {"a": 1}, parsed
     assert module.PinnedRoot is module._PosixPinnedRoot
+    assert issubclass(module._WindowsPinnedRoot, module.PinnedRoot)
 
 
 def fresh() -> ModuleType:
@@ -217,20 +230,33 @@ def broken_midway(stops_at: str) -> None:
 
 
 def follows_the_host_name() -> None:
-    """With another platform's name at load there is nothing yet that could be chosen."""
-    name = os.name
-    os.name = "nt"
-    try:
-        refuses(NameError, "name '_WindowsPinnedRoot' is not defined", load)
-    finally:
-        os.name = name
-    assert MODULE not in sys.modules
-    works(load())
+    """With the other platform's name at load, its class is chosen, once and for all."""
+    module = load_as("nt")
+    assert module.PinnedRoot is module._WindowsPinnedRoot
+    assert module._PosixPinnedRoot.__name__ == "PinnedRoot"
+    assert module._PosixPinnedRoot is not module.PinnedRoot
+    assert module._pinned_root_class() is module._PosixPinnedRoot
+    assert load().PinnedRoot is module._WindowsPinnedRoot
+
+
+def functions_use_the_class_that_was_chosen() -> None:
+    """What makes a root for itself makes one of the other platform, which has no boundary here."""
+    module = load_as("nt")
+    for make in (
+        partial(module.load_accepted_distribution_set, "C:\\data"),
+        partial(module.read_contained_regular_file, "C:\\data", "leaf", label="label"),
+        partial(module.read_regular_file_path, "/data/leaf", label="label"),
+    ):
+        refuses(NotImplementedError, OTHER_PLATFORM, make)
 
 
 def imports_no_foreign_calls() -> None:
+    """Neither the load needs them, nor what works on every platform, nor a refusal."""
     assert "ctypes" not in sys.modules
-    load()
+    module = load()
+    module._WindowsHandleFileSystem.split_root_path("C:\\data")
+    module._windows_file_rename_information_bytes(1, b"a\0", replace=True, pointer_size=8)
+    refuses(NotImplementedError, OTHER_PLATFORM, module._WindowsHandleFileSystem)
     assert "ctypes" not in sys.modules
     assert "_ctypes" not in sys.modules
 

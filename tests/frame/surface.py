@@ -52,6 +52,11 @@ DEFINITIONS = (
     "validate_accepted_distribution_set",
     "PinnedRoot",
     "_PosixPinnedRoot",
+    "_WindowsFileRenameInformationLayout",
+    "_windows_file_rename_information_layout",
+    "_windows_file_rename_information_bytes",
+    "_WindowsHandleFileSystem",
+    "_WindowsPinnedRoot",
     "_pinned_root_class",
     "load_accepted_distribution_set",
     "read_contained_regular_file",
@@ -99,6 +104,10 @@ FUNCTIONS = {
     "_membership_references": "(document)",
     "validate_accepted_distribution_set": (
         "(manifest, signals_index_bytes, *, membership_payloads=None)"
+    ),
+    "_windows_file_rename_information_layout": "(pointer_size, file_name_length)",
+    "_windows_file_rename_information_bytes": (
+        "(destination_parent, encoded_name, *, replace, pointer_size)"
     ),
     "_pinned_root_class": "(platform_name=None)",
     "load_accepted_distribution_set": "(root, *, manifest=None)",
@@ -164,7 +173,7 @@ CLASS_METHODS = frozenset({"_open_absolute_directory"})
 
 MODULE_TEXT = "Shared client-manifest validation and local metadata helpers."
 
-# A function, class or method that is not named here has no documentation text.
+# A function, class or method that is not named here has no documentation text of its own.
 TEXTS = {
     "_DuplicateJsonObjectKeyError": (
         "Internal marker preserving duplicate-key context across ``json.loads``."
@@ -179,6 +188,12 @@ TEXTS = {
         "One stable descriptor-pinned regular-file identity and content hash."
     ),
     "PinnedRoot": "Pin one real non-symlink directory for descriptor-relative local I/O.",
+    "_WindowsHandleFileSystem": (
+        "Small ctypes boundary for Windows handle-relative filesystem calls."
+    ),
+    "_WindowsPinnedRoot": (
+        "Pinned-root implementation using only Windows kernel-relative children."
+    ),
     "parse_strict_json_object_bytes": (
         "Parse one untrusted UTF-8 JSON object without ambiguous JSON values."
     ),

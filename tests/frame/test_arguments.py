@@ -2,127 +2,24 @@
 
 from __future__ import annotations
 
-import os
-from collections.abc import Callable, Iterator
-from dataclasses import dataclass, fields
+from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
 import pytest
 from brindlefen.distribution import client_manifest
 
-from frame.surface import CLASS_METHODS, FUNCTIONS, METHODS, STATIC_METHODS
+from frame.operations import Operation, operation, operations, unmade
+from frame.surface import CLASS_METHODS, METHODS, STATIC_METHODS
+from frame.windows_surface import (
+    BOUNDARY_METHODS,
+    BOUNDARY_WITHOUT_INSTANCE,
+    WINDOWS_ADDITIONS,
+    WINDOWS_METHODS,
+)
 from support.failures import fails_with
 
-# No directory, nor one that could be made: the path goes on beneath a file.
-NOWHERE = Path(__file__) / "no directory"
-
-# A value for each parameter name. Whether it is a good one matters little: it must only not be
-# refused by a TypeError, so that a TypeError can come from nothing but the shape of the call.
-SAMPLES: dict[str, Any] = {
-    "_exc": None,
-    "_exc_type": None,
-    "_traceback": None,
-    "actual_sha": "0" * 64,
-    "actual_size": 0,
-    "allow_replace": False,
-    "anchor_descriptor": -1,
-    "chunk_bytes": 1,
-    "components": (),
-    "create": False,
-    "data_dir": NOWHERE,
-    "destination_relative_path": "a/b",
-    "destination_root": NOWHERE,
-    "document": {},
-    "entry": {"size_bytes": 0, "sha256": "0" * 64},
-    "era_number": 1,
-    "expected_stat": os.stat("/"),
-    "field": "st_mtime",
-    "file": object(),
-    "file_stat": os.stat("/"),
-    "identity": object(),
-    "label": "label",
-    "manifest": {},
-    "manifest_bytes": b"{}",
-    "market_id": 1,
-    "membership_payloads": None,
-    "missing_ok": False,
-    "name": "name",
-    "pairs": [("key", 1)],
-    "parent_descriptor": -1,
-    "path": NOWHERE,
-    "payload": b"{}",
-    "platform_name": "posix",
-    "prefixes": ("a",),
-    "preserve_relative_paths": (),
-    "relative_path": "a/b",
-    "root": NOWHERE,
-    "safe_path": "a/b",
-    "signals_index_bytes": b"{}",
-    "source_relative_path": "a/b",
-    "source_root": NOWHERE,
-    "suffix": ".tmp",
-    "value": 1,
-}
-
 STRANGE_KEYWORDS = ["unknown", "", "self", "\ud800", "LABEL", "label ", "labe", "label\0"]
-
-
-@dataclass(frozen=True)
-class Operation:
-    """One callable, and its parameters by kind."""
-
-    name: str
-    call: Callable[..., object]
-    positional: tuple[str, ...]
-    keyword_only: tuple[str, ...]
-    optional: frozenset[str]
-
-    def arguments(self, names: tuple[str, ...]) -> dict[str, Any]:
-        return {name: SAMPLES.get(name) for name in names}
-
-    @property
-    def by_position(self) -> list[Any]:
-        return list(self.arguments(self.positional).values())
-
-    @property
-    def by_keyword(self) -> dict[str, Any]:
-        return self.arguments(self.keyword_only)
-
-    @property
-    def required(self) -> list[str]:
-        return [name for name in self.all_names if name not in self.optional]
-
-    @property
-    def all_names(self) -> tuple[str, ...]:
-        return self.positional + self.keyword_only
-
-
-def operation(name: str, call: Callable[..., object], text: str) -> Operation:
-    """Reads the parameters from a signature written as in `frame.surface`."""
-    parts = [part.strip() for part in text.strip("()").split(",") if part.strip()]
-    names = [part.partition("=")[0] for part in parts]
-    star = names.index("*") if "*" in names else len(names)
-    optional = frozenset(part.partition("=")[0] for part in parts if "=" in part)
-    return Operation(name, call, tuple(names[:star]), tuple(names[star + 1 :]), optional)
-
-
-def operations() -> Iterator[Operation]:
-    kind = client_manifest.PinnedRoot
-    for name, text in FUNCTIONS.items():
-        yield operation(name, getattr(client_manifest, name), text)
-    # An instance that pins nothing: a call of the right shape fails on its missing attributes.
-    for name, text in METHODS.items():
-        yield operation(f"PinnedRoot.{name}", getattr(kind.__new__(kind), name), text)
-    yield operation("PinnedRoot", kind, METHODS["__init__"])
-    for record in (
-        client_manifest.AcceptedDistributionSet,
-        client_manifest.LoadedAcceptedDistributionSet,
-        client_manifest.ContainedFileIdentity,
-    ):
-        text = ", ".join(field.name for field in fields(record))
-        yield operation(record.__name__, record, f"({text})")
-
 
 OPERATIONS = list(operations())
 every_operation = pytest.mark.parametrize("target", OPERATIONS, ids=lambda target: target.name)
@@ -134,7 +31,7 @@ def runs(call: Callable[..., object], *args: Any, **kwargs: Any) -> None:
         call(*args, **kwargs)
     except TypeError:
         raise
-    except (AttributeError, OSError, ValueError):
+    except (AttributeError, NotImplementedError, OSError, ValueError):
         return
 
 
@@ -187,7 +84,7 @@ def test_a_keyword_only_argument_by_position_is_refused(target: Operation) -> No
 def test_an_argument_given_twice_is_refused(target: Operation) -> None:
     for name in target.positional:
         with fails_with(TypeError, None):
-            target.call(*target.by_position, **target.by_keyword, **{name: SAMPLES.get(name)})
+            target.call(*target.by_position, **target.by_keyword, **target.arguments((name,)))
 
 
 @every_operation
@@ -213,11 +110,33 @@ def test_keywords_made_at_run_time_are_the_same_keywords() -> None:
 
 
 @pytest.mark.parametrize(
-    "method", [name for name in METHODS if name not in STATIC_METHODS | CLASS_METHODS]
+    ("kind", "method"),
+    [
+        *(
+            ("_PosixPinnedRoot", name)
+            for name in METHODS
+            if name not in STATIC_METHODS | CLASS_METHODS
+        ),
+        *(
+            ("_WindowsHandleFileSystem", name)
+            for name in BOUNDARY_METHODS
+            if name not in BOUNDARY_WITHOUT_INSTANCE
+        ),
+        *(("_WindowsPinnedRoot", name) for name in WINDOWS_METHODS),
+    ],
 )
-def test_a_method_called_on_nothing_is_refused(method: str) -> None:
+def test_a_method_called_on_nothing_is_refused(kind: str, method: str) -> None:
     with fails_with(TypeError, None):
-        getattr(client_manifest.PinnedRoot, method)()
+        getattr(getattr(client_manifest, kind), method)()
+
+
+@pytest.mark.parametrize("method", WINDOWS_ADDITIONS)
+def test_a_method_for_windows_is_refused_on_the_other_class(method: str) -> None:
+    right = operation(method, print, WINDOWS_ADDITIONS[method])
+    with fails_with(TypeError, None):
+        getattr(client_manifest._WindowsPinnedRoot, method)(
+            unmade(client_manifest._PosixPinnedRoot), *right.by_position, **right.by_keyword
+        )
 
 
 def test_a_refused_call_runs_nothing(monkeypatch: pytest.MonkeyPatch) -> None:

@@ -14,7 +14,7 @@ choose: Callable[..., type] = client_manifest._pinned_root_class
 
 
 class Windows:
-    """Stands for the class of the other platform."""
+    """Takes the place of the class of the other platform."""
 
 
 class Boom(Exception):
@@ -44,8 +44,20 @@ class Untestable:
 
 @pytest.fixture
 def windows(monkeypatch: pytest.MonkeyPatch) -> type:
-    monkeypatch.setattr(client_manifest, "_WindowsPinnedRoot", Windows, raising=False)
+    monkeypatch.setattr(client_manifest, "_WindowsPinnedRoot", Windows)
     return Windows
+
+
+def test_nt_gives_the_class_for_windows_on_any_platform() -> None:
+    assert choose("nt") is client_manifest._WindowsPinnedRoot
+    assert choose(platform_name="nt") is client_manifest._WindowsPinnedRoot
+    assert issubclass(client_manifest._WindowsPinnedRoot, client_manifest._PosixPinnedRoot)
+
+
+def test_the_hosts_own_name_gives_the_class_for_windows(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(client_manifest, "os", SimpleNamespace(name="nt"))
+    assert choose() is client_manifest._WindowsPinnedRoot
+    assert choose(None) is client_manifest._WindowsPinnedRoot
 
 
 @pytest.mark.parametrize(
@@ -69,7 +81,7 @@ def test_a_text_subclass_is_judged_by_its_value(windows: type) -> None:
 
 
 def test_nt_without_its_class_is_an_unbound_name(monkeypatch: pytest.MonkeyPatch) -> None:
-    monkeypatch.delattr(client_manifest, "_WindowsPinnedRoot", raising=False)
+    monkeypatch.delattr(client_manifest, "_WindowsPinnedRoot")
     with fails_with(NameError, "name '_WindowsPinnedRoot' is not defined"):
         choose("nt")
 

@@ -1,4 +1,7 @@
-"""Proves the class tree: bases, plain error classes and the plain class of the pinned root."""
+"""Proves the class tree: bases, plain error classes and the plain class of the pinned root.
+
+What the two classes for Windows add to it stands in a file of its own.
+"""
 
 from __future__ import annotations
 
@@ -31,6 +34,9 @@ HOST_ENTRIES = {"__module__", "__doc__", "__dict__", "__weakref__"}
         ("LoadedAcceptedDistributionSet", (object,)),
         ("ContainedFileIdentity", (object,)),
         ("PinnedRoot", (object,)),
+        ("_WindowsFileRenameInformationLayout", (object,)),
+        ("_WindowsHandleFileSystem", (object,)),
+        ("_WindowsPinnedRoot", (client_manifest._PosixPinnedRoot,)),
     ],
 )
 def test_a_class_has_the_promised_bases(name: str, bases: tuple[type, ...]) -> None:

@@ -106,7 +106,7 @@ def test_the_host_modules_are_imported_in_their_order(earlier: str, later: str) 
     load_by("lacks", earlier, later)
 
 
-@pytest.mark.parametrize("record", ["1", "2", "3"])
+@pytest.mark.parametrize("record", ["1", "2", "3", "4"])
 def test_a_failure_in_the_body_aborts_the_import_and_a_later_one_works(record: str) -> None:
     load_by("broken_midway", record)
 
@@ -115,7 +115,11 @@ def test_the_class_is_chosen_at_load_from_the_hosts_name() -> None:
     load_by("follows_the_host_name")
 
 
-def test_the_load_does_not_import_ctypes() -> None:
+def test_functions_make_roots_of_the_class_that_was_chosen_at_load() -> None:
+    load_by("functions_use_the_class_that_was_chosen")
+
+
+def test_ctypes_is_not_imported_before_a_boundary_of_windows_is_built() -> None:
     load_by("imports_no_foreign_calls")
 
 

@@ -1,4 +1,4 @@
-"""Proves that the three frozen records are the host's own: fields, types, equality, repr."""
+"""Proves that the four frozen records are the host's own: fields, types, equality, repr."""
 
 from __future__ import annotations
 
@@ -17,7 +17,8 @@ from support.failures import fails_with
 ACCEPTED = client_manifest.AcceptedDistributionSet
 LOADED = client_manifest.LoadedAcceptedDistributionSet
 IDENTITY = client_manifest.ContainedFileIdentity
-RECORDS = [ACCEPTED, LOADED, IDENTITY]
+LAYOUT = client_manifest._WindowsFileRenameInformationLayout
+RECORDS = [ACCEPTED, LOADED, IDENTITY, LAYOUT]
 
 FIELDS: dict[type, dict[str, object]] = {
     ACCEPTED: {
@@ -39,12 +40,21 @@ FIELDS: dict[type, dict[str, object]] = {
         "mtime_ns": int,
         "ctime_ns": int,
     },
+    LAYOUT: {
+        "root_directory_offset": int,
+        "file_name_length_offset": int,
+        "file_name_offset": int,
+        "structure_alignment": int,
+        "structure_size": int,
+        "buffer_size": int,
+    },
 }
 
 VALUES: dict[type, tuple[object, ...]] = {
     ACCEPTED: ("_control/x.json", {"era_number": 3}, ("a", "b")),
     LOADED: ({"files": {}}, b"{}", b"[]", ACCEPTED("p", {"market_id": 7}, ("m",))),
     IDENTITY: (5, "ab", 1, 2, 3, 4),
+    LAYOUT: (8, 16, 20, 8, 24, 26),
 }
 
 PROPERTIES = [
@@ -128,9 +138,10 @@ def test_the_repr_names_the_class_and_the_fields(kind: type) -> None:
     assert repr(made(kind)) == f"{kind.__name__}({inner})"
 
 
-def test_a_record_of_plain_values_can_be_hashed() -> None:
-    assert hash(made(IDENTITY)) == hash(made(IDENTITY))
-    assert {made(IDENTITY): "found"}[made(IDENTITY)] == "found"
+@pytest.mark.parametrize("kind", [IDENTITY, LAYOUT])
+def test_a_record_of_plain_values_can_be_hashed(kind: type) -> None:
+    assert hash(made(kind)) == hash(made(kind))
+    assert {made(kind): "found"}[made(kind)] == "found"
 
 
 @pytest.mark.parametrize("kind", [ACCEPTED, LOADED])

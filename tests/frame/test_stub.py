@@ -11,6 +11,12 @@ import pytest
 from brindlefen.distribution import client_manifest
 
 from .surface import CONSTANTS, DEFINITIONS, FUNCTIONS, METHOD_TEXTS, METHODS, TEXTS
+from .windows_surface import (
+    BOUNDARY_CONSTANTS,
+    BOUNDARY_METHODS,
+    BOUNDARY_PROPERTY,
+    WINDOWS_METHODS,
+)
 
 assert client_manifest.__file__ is not None
 STUB = Path(client_manifest.__file__).with_name("client_manifest.pyi")
@@ -64,15 +70,36 @@ def text_of(node: ast.stmt) -> str:
 
 
 MODULE_NAMES = names_of(TREE.body)
-PINNED_ROOT = members_of("PinnedRoot")
+METHODS_OF = {
+    "PinnedRoot": METHODS,
+    "_WindowsHandleFileSystem": BOUNDARY_METHODS,
+    "_WindowsPinnedRoot": WINDOWS_METHODS,
+}
+MEMBERS_OF = {name: members_of(name) for name in METHODS_OF}
+every_method = pytest.mark.parametrize(
+    ("kind", "name"), [(kind, name) for kind, methods in METHODS_OF.items() for name in methods]
+)
 
 
 def test_the_stub_has_every_name_in_its_order_and_no_other() -> None:
     assert list(MODULE_NAMES) == [*CONSTANTS, *DEFINITIONS]
 
 
-def test_the_stub_has_every_member_in_its_order() -> None:
-    assert list(PINNED_ROOT) == list(METHODS)
+@pytest.mark.parametrize("kind", METHODS_OF)
+def test_the_stub_has_every_member_in_its_order(kind: str) -> None:
+    members = [name for name in MEMBERS_OF[kind] if name != BOUNDARY_PROPERTY]
+    assert members == list(METHODS_OF[kind])
+
+
+def test_the_stub_has_the_constants_of_the_boundary_with_their_values() -> None:
+    boundary = MODULE_NAMES["_WindowsHandleFileSystem"]
+    assert isinstance(boundary, ast.ClassDef)
+    constants = {
+        ast.unparse(node.target): ast.literal_eval(node.value)
+        for node in boundary.body
+        if isinstance(node, ast.AnnAssign) and node.value is not None
+    }
+    assert list(constants.items()) == list(BOUNDARY_CONSTANTS.items())
 
 
 @pytest.mark.parametrize("name", FUNCTIONS)
@@ -82,9 +109,9 @@ def test_the_stub_gives_a_function_its_parameters(name: str) -> None:
     assert shape(node) == FUNCTIONS[name]
 
 
-@pytest.mark.parametrize("name", METHODS)
-def test_the_stub_gives_a_method_its_parameters(name: str) -> None:
-    assert shape(PINNED_ROOT[name]) == METHODS[name]
+@every_method
+def test_the_stub_gives_a_method_its_parameters(kind: str, name: str) -> None:
+    assert shape(MEMBERS_OF[kind][name]) == METHODS_OF[kind][name]
 
 
 @pytest.mark.parametrize("name", TEXTS)
@@ -94,10 +121,14 @@ def test_the_stub_begins_with_the_text_of_the_module(name: str) -> None:
 
 @pytest.mark.parametrize("name", METHOD_TEXTS)
 def test_the_stub_begins_with_the_text_of_the_method(name: str) -> None:
-    assert text_of(PINNED_ROOT[name]).startswith(METHOD_TEXTS[name])
+    assert text_of(MEMBERS_OF["PinnedRoot"][name]).startswith(METHOD_TEXTS[name])
 
 
-@pytest.mark.parametrize("name", [*FUNCTIONS, *METHODS])
-def test_the_stub_tells_of_every_operation(name: str) -> None:
-    node = MODULE_NAMES[name] if name in FUNCTIONS else PINNED_ROOT[name]
-    assert text_of(node).endswith(".")
+@pytest.mark.parametrize("name", FUNCTIONS)
+def test_the_stub_tells_of_every_function(name: str) -> None:
+    assert text_of(MODULE_NAMES[name]).endswith(".")
+
+
+@every_method
+def test_the_stub_tells_of_every_method(kind: str, name: str) -> None:
+    assert text_of(MEMBERS_OF[kind][name]).endswith((".", ")"))

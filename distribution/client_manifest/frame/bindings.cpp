@@ -23,6 +23,8 @@
 #include "path_level/transfers.h"
 #include "path_level/whole_paths.h"
 #include "pinned_root/class.h"
+#include "windows/classes.h"
+#include "windows/rename_buffer.h"
 
 namespace client_manifest::frame {
 namespace {
@@ -117,10 +119,26 @@ void bind_records(const Binder& binder) {
               accepted::make_contained_file_identity_class(dataclass.get(), binder.module_name()));
 }
 
+// The class statement touches nothing of Windows: the classes stand on every platform.
+void bind_windows(const Binder& binder, const Reference& pinned_root) {
+  binder.bind(
+      "_WindowsFileRenameInformationLayout",
+      windows::make_rename_layout_class(binder.bound("dataclass").get(), binder.module_name()));
+  binder.bind_functions({
+      &windows::kWindowsFileRenameInformationLayout,
+      &windows::kWindowsFileRenameInformationBytes,
+  });
+  binder.bind("_WindowsHandleFileSystem",
+              windows::make_handle_file_system_class(binder.module_name()));
+  binder.bind("_WindowsPinnedRoot",
+              windows::make_windows_pinned_root_class(pinned_root.get(), binder.module_name()));
+}
+
 void bind_pinned_root(const Binder& binder) {
   const Reference pinned_root = pinned_root::make_pinned_root_class(binder.module_name());
   binder.bind("PinnedRoot", pinned_root);
   binder.bind("_PosixPinnedRoot", pinned_root);
+  bind_windows(binder, pinned_root);
   binder.bind_functions({&kPinnedRootClass});
   binder.bind("PinnedRoot", host::call(binder.bound("_pinned_root_class")));
 }

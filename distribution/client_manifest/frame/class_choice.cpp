@@ -17,7 +17,7 @@ constexpr host::Signature kSignature{
 };
 
 Reference pinned_root_class(PyObject* /*module*/, const Arguments& arguments) {
-  PyObject* const platform_name = arguments[0] != nullptr ? arguments[0] : Py_None;
+  PyObject* const platform_name = arguments.get(0, Py_None);
   const Reference selected = platform_name == Py_None
                                  ? host::attribute(global(names().os).get(), names().name)
                                  : Reference::acquire(platform_name);

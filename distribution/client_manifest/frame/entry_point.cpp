@@ -8,6 +8,7 @@
 #include "frame/bindings.h"
 #include "host/boundary.h"
 #include "host/chunk_buffer.h"
+#include "host/context_manager.h"
 #include "host/message.h"
 #include "system/file_stat.h"
 
@@ -65,6 +66,7 @@ void load(PyObject* module) {
     record_module(module);
     registered = register_module(module);
     host::make_chunk_buffer_type();
+    host::make_context_manager_names();
     bind_all(module);
     system::record_stat_result_type();
     record_bindings();

@@ -76,6 +76,10 @@ Reference stat_result(const FileStat& stat) {
   put(named, "st_blksize", host::integer(stat.block_size));
   put(named, "st_blocks", host::integer(stat.blocks));
   put(named, "st_rdev", host::integer(stat.special_device));
+#ifdef _WIN32
+  put(named, "st_file_attributes", host::integer(stat.attributes));
+  put(named, "st_reparse_tag", host::integer(stat.reparse_tag));
+#endif
   return host::call(Reference::acquire(stat_result_type), sequence, named);
 }
 

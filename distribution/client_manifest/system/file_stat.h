@@ -30,6 +30,10 @@ struct FileStat {
   std::int64_t block_size = 0;
   std::int64_t blocks = 0;
   std::uint64_t special_device = 0;
+#ifdef _WIN32
+  std::uint64_t attributes = 0;
+  std::uint64_t reparse_tag = 0;
+#endif
   FileKind kind = FileKind::other;
 
   [[nodiscard]] bool is_regular() const noexcept { return kind == FileKind::regular; }
