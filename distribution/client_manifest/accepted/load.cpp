@@ -94,8 +94,7 @@ constexpr host::Signature kSignature{
 };
 
 Reference body(PyObject* /*module*/, const Arguments& arguments) {
-  return load_accepted_distribution_set(arguments[0],
-                                        arguments.get(1, Py_None));
+  return load_accepted_distribution_set(arguments[0], arguments.get(1, Py_None));
 }
 
 }  // namespace

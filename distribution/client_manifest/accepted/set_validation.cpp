@@ -162,8 +162,7 @@ constexpr host::Signature kSignature{
 };
 
 Reference body(PyObject* /*module*/, const Arguments& arguments) {
-  return validate_accepted_distribution_set(arguments[0], arguments[1],
-                                            arguments.get(2, Py_None));
+  return validate_accepted_distribution_set(arguments[0], arguments[1], arguments.get(2, Py_None));
 }
 
 }  // namespace
