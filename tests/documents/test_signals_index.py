@@ -10,6 +10,7 @@ from brindlefen.distribution import client_manifest
 
 from documents.sidecars import SMALLEST, canonical, document, without
 from support.failures import fails_with
+from support.naming import named
 
 STRICT = client_manifest.StrictJsonError
 MARKER = client_manifest._DuplicateJsonObjectKeyError
@@ -54,7 +55,7 @@ def test_an_identity_is_any_positive_integer(name: str, value: int) -> None:
 
 
 @pytest.mark.parametrize("name", ["market_id", "era_number"])
-@pytest.mark.parametrize("value", NO_IDENTITIES, ids=repr)
+@pytest.mark.parametrize("value", NO_IDENTITIES, ids=named)
 def test_any_other_identity_is_refused(name: str, value: object) -> None:
     with fails_with(ValueError, identity(name)):
         parse(canonical(document(**{name: value})))
@@ -67,7 +68,7 @@ def test_a_missing_identity_is_refused(name: str) -> None:
 
 
 @pytest.mark.parametrize("name", SECTIONS)
-@pytest.mark.parametrize("value", [None, [], [{}], 0, 1.5, "", "{}", True], ids=repr)
+@pytest.mark.parametrize("value", [None, [], [{}], 0, 1.5, "", "{}", True], ids=named)
 def test_a_section_that_is_no_object_is_refused(name: str, value: object) -> None:
     with fails_with(ValueError, section(name)):
         parse(canonical(document(**{name: value})))

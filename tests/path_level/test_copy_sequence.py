@@ -13,6 +13,7 @@ from path_level.recording import NO_FAILURE, Records, Step, stand_in_roots
 from path_level.stand_in_files import StandInFile
 from path_level.transfers import TOKEN, fix_token
 from support.failures import fails_with
+from support.naming import named
 
 FROM, TO = object(), object()
 STAGED = f"b/copied.{TOKEN}.tmp"
@@ -118,7 +119,7 @@ def expected_names(failing: tuple[int, str]) -> list[tuple[int, str]]:
     return [*steps, (1, "remove_regular_file"), (1, "exit"), (0, "exit")]
 
 
-@pytest.mark.parametrize("failure", [OSError(28, "full"), KeyboardInterrupt("no")], ids=repr)
+@pytest.mark.parametrize("failure", [OSError(28, "full"), KeyboardInterrupt("no")], ids=named)
 @pytest.mark.parametrize("step", GUARDED, ids=str)
 def test_a_failing_step_closes_removes_and_leaves(
     step: tuple[int, str], failure: BaseException, records: Records

@@ -12,6 +12,7 @@ from brindlefen.distribution import client_manifest
 from path_level.parents import NAME, STAGED, Parents
 from path_level.recording import NO_FAILURE, Records, Step, stand_in_roots
 from path_level.transfers import TOKEN, fix_token, strays_closed
+from support.naming import named
 
 FROM, TO = object(), object()
 
@@ -93,7 +94,7 @@ def test_both_parents_are_open_in_the_removal_and_closed_when_the_roots_are_left
     }
 
 
-@pytest.mark.parametrize("failure", [OSError(18, "no"), KeyboardInterrupt("no")], ids=repr)
+@pytest.mark.parametrize("failure", [OSError(18, "no"), KeyboardInterrupt("no")], ids=named)
 @pytest.mark.parametrize("step", [REPLACING, *PROVING], ids=lambda step: f"{step[:2]}")
 def test_a_failing_step_behind_the_link_removes_the_name(
     step: Step, failure: BaseException, records: Records, parents: Parents

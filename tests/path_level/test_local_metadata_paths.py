@@ -13,6 +13,7 @@ from hypothesis import strategies as st
 from brindlefen.distribution import client_manifest
 from path_level.data_dirs import manifest_path, put
 from support.failures import fails_with
+from support.naming import named
 
 search = client_manifest.local_client_manifest_metadata
 
@@ -56,8 +57,8 @@ def data_dir(tmp_path: Path) -> Path:
     return tmp_path
 
 
-@pytest.mark.parametrize("market_id", FIVE, ids=repr)
-@pytest.mark.parametrize("era_number", FOUR, ids=repr)
+@pytest.mark.parametrize("market_id", FIVE, ids=named)
+@pytest.mark.parametrize("era_number", FOUR, ids=named)
 def test_market_and_era_select_one_directory(
     market_id: Any, era_number: Any, data_dir: Path, tried: list[Any]
 ) -> None:
@@ -99,7 +100,7 @@ def test_the_requests_are_not_taken_by_position(data_dir: Path, tried: list[Any]
     assert tried == []
 
 
-@pytest.mark.parametrize("data_dir", [None, "", b"", 0, [], (), {}, False], ids=repr)
+@pytest.mark.parametrize("data_dir", [None, "", b"", 0, [], (), {}, False], ids=named)
 def test_no_directory_gives_an_empty_mapping_and_looks_at_nothing(
     data_dir: Any, tried: list[Any]
 ) -> None:
@@ -142,7 +143,7 @@ def test_the_working_directory_as_a_path_is_a_directory(tried: list[Any]) -> Non
     assert tried == [f"./{FLAT}"]
 
 
-@pytest.mark.parametrize("place", [5, 1.5, True, ["data"], object()], ids=repr)
+@pytest.mark.parametrize("place", [5, 1.5, True, ["data"], object()], ids=named)
 def test_what_is_no_path_is_refused_before_the_requests_are_looked_at(
     place: Any, tried: list[Any]
 ) -> None:

@@ -14,6 +14,7 @@ from brindlefen.distribution.client_manifest import ManifestJsonError, StrictJso
 from path_level.data_dirs import document, manifest_path, put, record
 from pinned_root.disk import swap_for_link
 from support.failures import fails_with
+from support.naming import named
 
 search = client_manifest.local_client_manifest_metadata
 
@@ -72,7 +73,7 @@ def test_absence_passes_the_search_on(request_: Any, below: str, data_dir: Path)
         document(era_number="four"),
         document(era_number=None),
     ],
-    ids=repr,
+    ids=named,
 )
 def test_a_number_that_does_not_count_passes_the_search_on(
     request_: Any, content: Any, data_dir: Path
@@ -93,7 +94,7 @@ def test_a_number_that_does_not_count_passes_the_search_on(
         (b'{"a": 1, "a": 2}', "{label} contains duplicate object key: a"),
         (b'{"a": Infinity}', "non-finite JSON constant is forbidden: Infinity"),
     ],
-    ids=repr,
+    ids=named,
 )
 def test_what_is_no_strict_object_fails_the_search(
     request_: Any, content: bytes, text: str, data_dir: Path

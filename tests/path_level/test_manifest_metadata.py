@@ -14,6 +14,7 @@ from hypothesis import strategies as st
 from brindlefen.distribution import client_manifest
 from brindlefen.distribution.client_manifest import ManifestJsonError, StrictJsonError
 from support.failures import fails_with
+from support.naming import named
 
 metadata_of = client_manifest.manifest_metadata_from_path
 
@@ -82,7 +83,7 @@ def test_absence_leaves_nothing(below: str, tmp_path: Path) -> None:
         (b'{"version": 1, "version": 1}', "{label} contains duplicate object key: version"),
         (b'{"version": NaN}', "non-finite JSON constant is forbidden: NaN"),
     ],
-    ids=repr,
+    ids=named,
 )
 def test_what_is_no_manifest_is_told_with_the_path(content: bytes, text: str, path: Path) -> None:
     path.write_bytes(content)

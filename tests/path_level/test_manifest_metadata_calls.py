@@ -11,6 +11,7 @@ import pytest
 
 from brindlefen.distribution import client_manifest
 from support.failures import fails_with
+from support.naming import named
 
 KEYS = ["version", "market_id", "era_number"]
 
@@ -130,7 +131,7 @@ def failing(error: BaseException) -> Any:
 
 
 @pytest.mark.parametrize(
-    "error", [FileNotFoundError(2, "no"), type("Own", (FileNotFoundError,), {})("no")], ids=repr
+    "error", [FileNotFoundError(2, "no"), type("Own", (FileNotFoundError,), {})("no")], ids=named
 )
 def test_absence_in_the_read_leaves_nothing(
     error: BaseException, calls: list[Any], monkeypatch: pytest.MonkeyPatch
@@ -150,7 +151,7 @@ def test_absence_in_the_read_leaves_nothing(
         RuntimeError("no"),
         KeyboardInterrupt("no"),
     ],
-    ids=repr,
+    ids=named,
 )
 def test_any_other_failure_of_the_read_passes(
     error: BaseException, calls: list[Any], monkeypatch: pytest.MonkeyPatch
@@ -172,7 +173,7 @@ def test_absence_behind_the_read_passes(
     assert raised.value is error
 
 
-@pytest.mark.parametrize("path", [None, 5, object()], ids=repr)
+@pytest.mark.parametrize("path", [None, 5, object()], ids=named)
 def test_what_is_no_path_is_refused_before_the_read(path: Any, calls: list[Any]) -> None:
     with fails_with(TypeError, None):
         look(path)

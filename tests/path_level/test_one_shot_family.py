@@ -21,13 +21,14 @@ from path_level.members import (
     Member,
 )
 from path_level.recording import NO_FAILURE, Records, Step, stand_in_roots
+from support.naming import named
 
 ROOT = object()
 DIGEST = "d" * 64
 
 every_member = pytest.mark.parametrize("member", MEMBERS, ids=lambda member: member.function)
 failures = pytest.mark.parametrize(
-    "failure", [ValueError("no"), OSError(5, "no"), KeyboardInterrupt("no")], ids=repr
+    "failure", [ValueError("no"), OSError(5, "no"), KeyboardInterrupt("no")], ids=named
 )
 
 

@@ -16,6 +16,7 @@ from pinned_root.hostile import Own, raise_own
 from pinned_root.outcomes import Failure, outcome_of
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 METHODS = [
     ("__eq__", "__ne__", "__hash__"),
@@ -187,7 +188,7 @@ class NoContext:
     """What stands in the place of the class, and cannot be entered."""
 
 
-@pytest.mark.parametrize("stand_in", [None, 5, NoContext, lambda *a, **k: NoContext()], ids=repr)
+@pytest.mark.parametrize("stand_in", [None, 5, NoContext, lambda *a, **k: NoContext()], ids=named)
 def test_a_module_without_a_good_class_fails_as_the_host_does(
     stand_in: Any, monkeypatch: pytest.MonkeyPatch
 ) -> None:
@@ -200,7 +201,7 @@ def test_a_module_without_a_good_class_fails_as_the_host_does(
             transfer(function, "/", "a", "/", "b")
 
 
-@pytest.mark.parametrize("parent", [None, 5, (), (-1,), (-1, "a", "b"), "ab", [-1]], ids=repr)
+@pytest.mark.parametrize("parent", [None, 5, (), (-1,), (-1, "a", "b"), "ab", [-1]], ids=named)
 def test_a_parent_that_is_no_pair_does_not_crash(
     parent: Any, monkeypatch: pytest.MonkeyPatch
 ) -> None:
@@ -215,7 +216,7 @@ def test_a_parent_that_is_no_pair_does_not_crash(
 
 
 @pytest.mark.parametrize("step", ["open_regular_file_for_read", "open_regular_file_for_update"])
-@pytest.mark.parametrize("file", [None, 5, object(), "text"], ids=repr)
+@pytest.mark.parametrize("file", [None, 5, object(), "text"], ids=named)
 def test_a_file_that_is_none_does_not_crash(
     step: str, file: Any, monkeypatch: pytest.MonkeyPatch
 ) -> None:
@@ -227,7 +228,7 @@ def test_a_file_that_is_none_does_not_crash(
     assert records.order()[-3:] == [(1, "remove_regular_file"), (1, "exit"), (0, "exit")]
 
 
-@pytest.mark.parametrize("token", [5, None, b"bytes", "a/../b", "/", "\0"], ids=repr)
+@pytest.mark.parametrize("token", [5, None, b"bytes", "a/../b", "/", "\0"], ids=named)
 @pytest.mark.parametrize("function", FUNCTIONS[1:])
 def test_a_token_that_is_none_does_not_crash(
     function: str, token: Any, tree: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch

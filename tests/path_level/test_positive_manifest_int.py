@@ -14,6 +14,7 @@ from hypothesis import strategies as st
 
 from brindlefen.distribution import client_manifest
 from support.failures import fails_with
+from support.naming import named
 
 positive = client_manifest.positive_manifest_int
 
@@ -91,14 +92,14 @@ BAD: list[Any] = [
 ]
 
 
-@pytest.mark.parametrize(("value", "expected"), GOOD, ids=lambda value: repr(value)[:20])
+@pytest.mark.parametrize(("value", "expected"), GOOD, ids=lambda value: named(value)[:20])
 def test_what_counts_gives_an_exact_integer(value: Any, expected: int) -> None:
     found = positive(value)
     assert found == expected
     assert type(found) is int
 
 
-@pytest.mark.parametrize("value", BAD, ids=lambda value: repr(value)[:20])
+@pytest.mark.parametrize("value", BAD, ids=lambda value: named(value)[:20])
 def test_what_does_not_count_gives_none(value: Any) -> None:
     assert positive(value) is None
 
@@ -115,7 +116,7 @@ def test_text_that_is_too_long_for_the_host_gives_none() -> None:
     assert positive(10**5000) == 10**5000
 
 
-@pytest.mark.parametrize("value", [float("inf"), float("-inf"), Decimal("Infinity")], ids=repr)
+@pytest.mark.parametrize("value", [float("inf"), float("-inf"), Decimal("Infinity")], ids=named)
 def test_an_infinite_number_passes_the_failure_of_the_host(value: Any) -> None:
     with fails_with(OverflowError, None):
         positive(value)

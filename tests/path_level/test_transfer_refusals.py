@@ -11,6 +11,7 @@ import pytest
 from brindlefen.distribution import client_manifest
 from path_level.transfers import COPYING, FUNCTIONS, names_below, transfer, transfer_names
 from support.failures import fails_with
+from support.naming import named
 
 EXACT = "manifest relative path must be an exact relative POSIX path"
 SEGMENTS = "manifest relative path must not contain empty, dot, or parent segments"
@@ -28,7 +29,7 @@ bad_paths = pytest.mark.parametrize(
         (None, TypeError, NO_TEXT),
         (b"bytes", TypeError, NO_TEXT),
     ],
-    ids=repr,
+    ids=named,
 )
 
 

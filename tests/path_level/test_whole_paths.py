@@ -12,6 +12,7 @@ import pytest
 from brindlefen.distribution import client_manifest
 from support.distribution import sha256_of
 from support.failures import fails_with
+from support.naming import named
 
 read = client_manifest.read_regular_file_path
 write = client_manifest.write_regular_file_path
@@ -181,7 +182,7 @@ def test_a_name_that_is_no_utf_8_is_read_and_written(tree: Path) -> None:
     assert b"\xff leaf" in os.listdir(os.fsencode(tree))
 
 
-@pytest.mark.parametrize("path", [None, 5, 1.5, ["a"], object(), b"bytes", b"/bytes"], ids=repr)
+@pytest.mark.parametrize("path", [None, 5, 1.5, ["a"], object(), b"bytes", b"/bytes"], ids=named)
 def test_what_is_no_path_is_the_type_error_of_the_host(path: Any, tmp_path: Path) -> None:
     for call in (
         lambda: read(path, label="f"),

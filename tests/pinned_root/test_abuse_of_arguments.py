@@ -12,13 +12,14 @@ from pinned_root.hostile import Index, Own, raise_own
 from pinned_root.outcomes import Failure, outcome_of
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 PATH = "sub/inner.bin"
 
 LABELS = [None, 5, 1.5, b"bytes", ["a"], ("x", 1), {"k": "v"}, ValueError("inner")]
 
 
-@pytest.mark.parametrize("label", LABELS, ids=repr)
+@pytest.mark.parametrize("label", LABELS, ids=named)
 def test_a_label_may_be_anything_that_can_be_formatted(root: PinnedRoot, label: Any) -> None:
     with fails_with(FileNotFoundError, f"{label} is missing: absent", cause=FileNotFoundError):
         root.read_regular_file("absent", label=label)
@@ -122,7 +123,7 @@ def test_a_root_that_lies_about_its_path_fails_as_the_host_does(give: object) ->
     assert isinstance(found, Failure) and found.kind in {Own, TypeError}
 
 
-@pytest.mark.parametrize("root", [None, 5, 1.5, b"/tmp", ["/"], object()], ids=repr)
+@pytest.mark.parametrize("root", [None, 5, 1.5, b"/tmp", ["/"], object()], ids=named)
 def test_a_root_that_is_no_path_is_a_type_error(root: Any) -> None:
     with descriptors_kept(), fails_with(TypeError, None):
         PinnedRoot(root)
@@ -145,7 +146,7 @@ FILENOS = [
 ]
 
 
-@pytest.mark.parametrize(("number", "kind"), FILENOS, ids=repr)
+@pytest.mark.parametrize(("number", "kind"), FILENOS, ids=named)
 def test_a_file_number_that_is_none_fails_as_the_host_does(
     root: PinnedRoot, number: object, kind: type[Exception]
 ) -> None:
@@ -163,7 +164,7 @@ def test_a_file_number_that_is_none_fails_as_the_host_does(
                 action()
 
 
-@pytest.mark.parametrize("file", [None, 5, "text", object()], ids=repr)
+@pytest.mark.parametrize("file", [None, 5, "text", object()], ids=named)
 def test_a_file_without_a_number_is_missed(root: PinnedRoot, file: Any) -> None:
     for operation in (root._read_open_regular_file_with_stat, root.hash_open_regular_file):
         with fails_with(AttributeError, None):

@@ -14,6 +14,7 @@ from pinned_root.hostile import Index, Own
 from pinned_root.outcomes import Failure, Value, outcome_of
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 PATH = "sub/inner.bin"
 
@@ -43,7 +44,7 @@ OPERATIONS: dict[str, Callable[[Any], object]] = {
         (Index(Own), {Own}),
         (Index("text"), {TypeError}),
     ],
-    ids=repr,
+    ids=named,
 )
 def test_a_pin_that_is_no_descriptor_fails_as_the_host_does(
     tree: Path, operation: str, descriptor: object, kinds: set[type[Exception]]
@@ -66,7 +67,7 @@ def test_any_pin_but_none_is_handed_out_as_it_is(root: Any) -> None:
 
 
 @pytest.mark.parametrize(
-    "path", [None, "/", b"/", 5, 0, "sub", [], type("P", (), {"parts": 5})()], ids=repr
+    "path", [None, "/", b"/", 5, 0, "sub", [], type("P", (), {"parts": 5})()], ids=named
 )
 def test_a_path_attribute_that_is_no_path_fails_the_proof(root: Any, path: object) -> None:
     root.path = path
@@ -75,7 +76,7 @@ def test_a_path_attribute_that_is_no_path_fails_the_proof(root: Any, path: objec
     assert isinstance(found, Failure) and found.kind in {AttributeError, TypeError}
 
 
-@pytest.mark.parametrize("part", [None, 5, 1.5, []], ids=repr)
+@pytest.mark.parametrize("part", [None, 5, 1.5, []], ids=named)
 def test_a_part_that_is_no_text_fails_the_proof_and_leaks_nothing(
     root: Any, part: object
 ) -> None:
@@ -84,7 +85,7 @@ def test_a_part_that_is_no_text_fails_the_proof_and_leaks_nothing(
         root.assert_root_unchanged()
 
 
-@pytest.mark.parametrize("components", [None, 5, (None,), (5,), ("sub", 1.5), (["sub"],)], ids=repr)
+@pytest.mark.parametrize("components", [None, 5, (None,), (5,), ("sub", 1.5), (["sub"],)], ids=named)
 def test_components_that_are_no_texts_fail_the_proof_and_leak_nothing(
     root: Any, components: object
 ) -> None:
@@ -97,7 +98,7 @@ def test_components_that_are_no_texts_fail_the_proof_and_leak_nothing(
     child.close()
 
 
-@pytest.mark.parametrize("anchor", ["text", 1.5, 10**30, -1, 2**31 - 1, Index(Own)], ids=repr)
+@pytest.mark.parametrize("anchor", ["text", 1.5, 10**30, -1, 2**31 - 1, Index(Own)], ids=named)
 def test_an_anchor_that_is_no_descriptor_fails_the_proof(root: Any, anchor: object) -> None:
     child = root.open_contained_root("sub", label="child")
     real, child._anchor_descriptor = child._anchor_descriptor, anchor
@@ -112,7 +113,7 @@ def test_an_anchor_that_is_no_descriptor_fails_the_proof(root: Any, anchor: obje
     child.close()
 
 
-@pytest.mark.parametrize("garbage", ["text", 1.5, 10**30, -1, [], Index(Own)], ids=repr)
+@pytest.mark.parametrize("garbage", ["text", 1.5, 10**30, -1, [], Index(Own)], ids=named)
 def test_closing_garbage_clears_it_and_still_closes_the_other(root: Any, garbage: object) -> None:
     for name in ("_descriptor", "_anchor_descriptor"):
         with descriptors_kept():

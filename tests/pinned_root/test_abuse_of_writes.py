@@ -16,6 +16,7 @@ from pinned_root.outcomes import Failure, outcome_of
 from pinned_root.staging import EXISTS, names_in, staged_below, strays_closed
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 PATH = "sub/inner.bin"
 
@@ -123,7 +124,7 @@ def test_the_flag_of_an_update_may_have_no_truth(root: Any) -> None:
 
 @every_operation
 @pytest.mark.parametrize(
-    "descriptor", ["text", b"3", 1.5, (), 10**30, -1, 2**31 - 1, Index(Own)], ids=repr
+    "descriptor", ["text", b"3", 1.5, (), 10**30, -1, 2**31 - 1, Index(Own)], ids=named
 )
 def test_a_pin_that_is_no_descriptor_fails_as_the_host_does(
     tree: Path, operation: Operation, descriptor: object
@@ -140,7 +141,7 @@ def test_a_pin_that_is_no_descriptor_fails_as_the_host_does(
 
 
 @every_operation
-@pytest.mark.parametrize("given", [None, 5, (), (1,), (1, 2, 3), "x", [], {}, raise_own], ids=repr)
+@pytest.mark.parametrize("given", [None, 5, (), (1,), (1, 2, 3), "x", [], {}, raise_own], ids=named)
 def test_a_walk_that_gives_no_pair_ends_the_operation(
     root: Any, tree: Path, operation: Operation, given: object
 ) -> None:
@@ -153,7 +154,7 @@ def test_a_walk_that_gives_no_pair_ends_the_operation(
 
 @pytest.mark.keeps_descriptors
 @every_operation
-@pytest.mark.parametrize("descriptor", ["text", 1.5, 10**30, Index(Own)], ids=repr)
+@pytest.mark.parametrize("descriptor", ["text", 1.5, 10**30, Index(Own)], ids=named)
 def test_a_walk_that_gives_no_descriptor_ends_the_operation(
     root: Any, tree: Path, operation: Operation, descriptor: object
 ) -> None:
@@ -166,7 +167,7 @@ def test_a_walk_that_gives_no_descriptor_ends_the_operation(
 
 @pytest.mark.keeps_descriptors
 @every_operation
-@pytest.mark.parametrize("name", [None, 1.5, [], b"\xff", "a\0b", "\ud800", ""], ids=repr)
+@pytest.mark.parametrize("name", [None, 1.5, [], b"\xff", "a\0b", "\ud800", ""], ids=named)
 def test_a_walk_that_gives_an_odd_name_harms_nothing(
     root: Any, tree: Path, operation: Operation, name: object
 ) -> None:
@@ -177,7 +178,7 @@ def test_a_walk_that_gives_an_odd_name_harms_nothing(
     assert staged_below(tree) == []
 
 
-@pytest.mark.parametrize("given", [True, False, 5, "text", raise_own, Undecided()], ids=repr)
+@pytest.mark.parametrize("given", [True, False, 5, "text", raise_own, Undecided()], ids=named)
 def test_what_a_look_gives_back_is_not_asked(root: Any, tree: Path, given: object) -> None:
     root._assert_replaceable_leaf = lambda *args, **keywords: given
     with descriptors_kept():

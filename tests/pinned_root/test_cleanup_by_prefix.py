@@ -15,6 +15,7 @@ from pinned_root.outcomes import Failure, outcome_of
 from pinned_root.trees import DIRECTORY, FIFO, contents, link_to, plant, without
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 EXACT = "manifest relative path must be an exact relative POSIX path"
 SEGMENTS = "manifest relative path must not contain empty, dot, or parent segments"
@@ -164,7 +165,7 @@ def test_a_prefix_that_is_no_contained_path_fails_the_whole_call(
     assert contents(around) == before
 
 
-@pytest.mark.parametrize("prefix", [None, 5, b"a/b", Path("a/b"), ["a/b"]], ids=repr)
+@pytest.mark.parametrize("prefix", [None, 5, b"a/b", Path("a/b"), ["a/b"]], ids=named)
 def test_a_prefix_that_is_no_text_fails_the_whole_call(around: Path, prefix: object) -> None:
     before = contents(around)
     with PinnedRoot(around) as root, descriptors_kept():

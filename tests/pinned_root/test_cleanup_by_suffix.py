@@ -13,6 +13,7 @@ from pinned_root.disk import move_away
 from pinned_root.trees import DIRECTORY, FIFO, SOCKET, contents, link_to, plant, without
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 BAD_SUFFIX = "contained cleanup suffix must be a non-empty filename suffix"
 
@@ -105,7 +106,7 @@ def test_a_suffix_of_a_text_subclass_counts_as_text(root: PinnedRoot) -> None:
 @pytest.mark.parametrize(
     "suffix",
     ["", "/", "sub/x", "/x", "x/", 5, 0, None, b".tmp", bytearray(b".tmp"), [".tmp"], (".tmp",)],
-    ids=repr,
+    ids=named,
 )
 def test_a_suffix_that_is_none_is_refused(root: PinnedRoot, tree: Path, suffix: Any) -> None:
     before = contents(tree)

@@ -18,6 +18,7 @@ from pinned_root.recording import Call, names_of
 from pinned_root.trees import DIRECTORY, contents, link_to, plant, without
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 SOURCE = "sub/inner.bin"
 WALK = {"label": "contained move destination", "create": True}
@@ -184,7 +185,7 @@ def test_a_destination_without_an_operation_is_missed_when_it_is_needed(
     assert contents(tree) == before
 
 
-@pytest.mark.parametrize("place", [None, 5, "text", object()], ids=repr)
+@pytest.mark.parametrize("place", [None, 5, "text", object()], ids=named)
 def test_a_destination_that_is_no_root_fails_after_the_source(
     root: Any, tree: Path, place: object
 ) -> None:

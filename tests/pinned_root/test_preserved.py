@@ -16,6 +16,7 @@ from pinned_root.outcomes import Failure, Value, outcome_of
 from pinned_root.trees import contents, plant
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 NO_TEXT = "manifest relative path must be a string"
 EXACT = "manifest relative path must be an exact relative POSIX path"
@@ -115,7 +116,7 @@ def test_the_first_bad_path_ends_the_reading(root: PinnedRoot, tree: Path, walk:
         ("yard//b.tmp", ValueError, SEGMENTS),
         ("./yard/b.tmp", ValueError, SEGMENTS),
     ],
-    ids=repr,
+    ids=named,
 )
 def test_a_bad_path_fails_the_whole_call_before_anything_goes(
     root: PinnedRoot, tree: Path, walk: str, path: object, kind: type[Exception], text: str
@@ -128,7 +129,7 @@ def test_a_bad_path_fails_the_whole_call_before_anything_goes(
 
 
 @EACH
-@pytest.mark.parametrize("preserved", [None, 5, object(), 1.5], ids=repr)
+@pytest.mark.parametrize("preserved", [None, 5, object(), 1.5], ids=named)
 def test_what_cannot_be_iterated_is_a_type_error(
     root: PinnedRoot, tree: Path, walk: str, preserved: object
 ) -> None:

@@ -20,6 +20,7 @@ from pinned_root.staging import SPECIAL, TEMPORARY, TOKEN, acting, fix_token, na
 from pinned_root.staging import strays_closed, temporary_name
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 LIMIT = 255
 
@@ -212,7 +213,7 @@ def test_a_part_that_cannot_be_had_ends_the_write(
     assert names_in(tree) == ["file.bin", "sub"]
 
 
-@pytest.mark.parametrize("token", [5, None, "", "x" * 16, "a b", "é"], ids=repr)
+@pytest.mark.parametrize("token", [5, None, "", "x" * 16, "a b", "é"], ids=named)
 def test_whatever_the_token_is_it_is_put_in_as_text(
     tree: Path, monkeypatch: pytest.MonkeyPatch, token: object
 ) -> None:

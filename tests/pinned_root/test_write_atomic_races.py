@@ -15,6 +15,7 @@ from pinned_root.disk import make_socket, move_away, swap_for_copy
 from pinned_root.staging import EXISTS, SPECIAL, TEMPORARY, acting, names_in, staged_below
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 PAYLOAD = b"the new bytes"
 WRITTEN = "written"
@@ -85,7 +86,7 @@ def write(kind: type[PinnedRoot], tree: Path, path: str, allow: bool) -> str:
 
 @pytest.mark.parametrize("allow", [True, False])
 @pytest.mark.parametrize("change", CHANGES)
-@pytest.mark.parametrize("boundary", [("before", 1), ("after", 1), ("before", 2)], ids=repr)
+@pytest.mark.parametrize("boundary", [("before", 1), ("after", 1), ("before", 2)], ids=named)
 def test_a_leaf_that_changed_before_a_look_is_judged_as_it_now_stands(
     tree: Path, boundary: tuple[str, int], change: str, allow: bool
 ) -> None:
@@ -149,7 +150,7 @@ BOUNDARIES = [("before", 1), ("after", 1), ("before", 2), ("after", 2)]
 
 
 @pytest.mark.parametrize("move", [move_away, swap_for_copy])
-@pytest.mark.parametrize("boundary", BOUNDARIES, ids=repr)
+@pytest.mark.parametrize("boundary", BOUNDARIES, ids=named)
 def test_a_parent_that_is_moved_takes_the_new_leaf_along(
     tree: Path, boundary: tuple[str, int], move: Callable[[Path], Path]
 ) -> None:

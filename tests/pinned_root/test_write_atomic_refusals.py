@@ -13,6 +13,7 @@ from pinned_root.disk import make_socket
 from pinned_root.staging import EXISTS, NO_BYTES, SPECIAL, TEMPORARY, names_in
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 EXACT = "manifest relative path must be an exact relative POSIX path"
 SEGMENTS = "manifest relative path must not contain empty, dot, or parent segments"
@@ -54,7 +55,7 @@ def test_dot_segments_are_refused(root: PinnedRoot, tree: Path, path: str) -> No
     assert names_in(tree) == ["file.bin", "sub"]
 
 
-@pytest.mark.parametrize("path", [None, 5, b"new", Path("new")], ids=repr)
+@pytest.mark.parametrize("path", [None, 5, b"new", Path("new")], ids=named)
 def test_a_path_that_is_no_text_is_refused(root: PinnedRoot, path: Any) -> None:
     with descriptors_kept(), fails_with(TypeError, "manifest relative path must be a string"):
         root.write_atomic(path, b"payload", allow_replace=True)

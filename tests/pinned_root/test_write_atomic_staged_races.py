@@ -22,6 +22,7 @@ from pinned_root.staging import (
 )
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 PAYLOAD = b"the new bytes"
 
@@ -61,7 +62,7 @@ def acting_on_staged(
 
 
 @pytest.mark.parametrize("foreign", FOREIGN)
-@pytest.mark.parametrize("boundary", BOUNDARIES, ids=repr)
+@pytest.mark.parametrize("boundary", BOUNDARIES, ids=named)
 @pytest.mark.parametrize("leaf", LEAVES)
 def test_a_foreign_entry_that_was_published_is_removed_again(
     tree: Path, leaf: str, boundary: tuple[str, int], foreign: str
@@ -83,7 +84,7 @@ def test_a_foreign_entry_that_was_published_is_removed_again(
     assert (tree / "file.bin").read_bytes() == b"outer bytes"
 
 
-@pytest.mark.parametrize("boundary", BOUNDARIES, ids=repr)
+@pytest.mark.parametrize("boundary", BOUNDARIES, ids=named)
 @pytest.mark.parametrize("leaf", LEAVES)
 def test_a_staged_file_that_vanished_fails_the_rename(
     tree: Path, leaf: str, boundary: tuple[str, int]

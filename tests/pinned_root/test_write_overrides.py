@@ -16,6 +16,7 @@ from pinned_root.recording import Call, names_of, recording_class
 from pinned_root.staging import NO_BYTES, SPECIAL, names_in
 from support.descriptors import descriptors_kept
 from support.failures import fails_with
+from support.naming import named
 
 PATH = "sub/inner.bin"
 
@@ -55,7 +56,7 @@ def test_a_write_walks_once_and_looks_twice(recorded: Any, path: str) -> None:
     assert first == second == look
 
 
-@pytest.mark.parametrize("allow", [True, False, 1, 0, "", "yes", None, ()], ids=repr)
+@pytest.mark.parametrize("allow", [True, False, 1, 0, "", "yes", None, ()], ids=named)
 def test_the_flag_is_handed_on_as_it_came(recorded: Any, allow: object) -> None:
     recorded.write_atomic("new", b"payload", allow_replace=allow)
     looks = [call for call in recorded.calls if call.name == "_assert_replaceable_leaf"]
@@ -82,7 +83,7 @@ def test_an_update_walks_once_and_looks_at_nothing_else(recorded: Any, create: b
     ]
 
 
-@pytest.mark.parametrize("create", [0, 1, "", "yes", None], ids=repr)
+@pytest.mark.parametrize("create", [0, 1, "", "yes", None], ids=named)
 def test_the_flag_of_an_update_is_handed_on_as_it_came(recorded: Any, create: object) -> None:
     recorded.open_regular_file_for_update(PATH, create=create).close()
     assert recorded.calls[0].keywords["create"] is create
