@@ -69,7 +69,7 @@ Reference write_atomic(PyObject* self, const Arguments& arguments) {
         {.writable = true, .create = Py_True, .exclusive = true, .deletes = true});
     root.require_safe_regular(opened, safe_path.get(), "contained staging file");
     staged = boundary.duplicate(opened.get());
-    const Reference file = boundary.file_object(std::move(opened), "r+b");
+    const Reference file = boundary.file_object(opened, "r+b");
     static_cast<void>(host::with(file.get(), [&](PyObject* entered) {
       fill(entered, payload);
       return Reference::acquire(Py_None);

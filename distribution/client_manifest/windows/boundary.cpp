@@ -81,7 +81,7 @@ Reference Boundary::list_names(PyObject* directory) const {
   return invoke(object().get(), "list_names", {directory});
 }
 
-Reference Boundary::file_object(OwnedHandle handle, const char* mode) const {
+Reference Boundary::file_object(OwnedHandle& handle, const char* mode) const {
   const Reference make = host::attribute(object().get(), "file_object");
   const Reference mode_text = host::text(mode);
   return host::call(make, handle.release(), mode_text);

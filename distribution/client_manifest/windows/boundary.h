@@ -40,7 +40,7 @@ class Boundary {
   [[nodiscard]] host::Reference list_names(PyObject* directory) const;
 
   // The file object owns the handle from the call on, also when it fails.
-  [[nodiscard]] host::Reference file_object(OwnedHandle handle, const char* mode) const;
+  [[nodiscard]] host::Reference file_object(OwnedHandle& handle, const char* mode) const;
 
   void rename(const OwnedHandle& source, const OwnedHandle& parent, PyObject* name,
               PyObject* replace) const;

@@ -24,7 +24,7 @@ Reference make_handle_file_system_class(PyObject* module_name) {
           &kHandleValue,
       },
       {
-#define CLIENT_MANIFEST_CLASS_CONSTANT(word, number) {.name = "_" #word, .value = number},
+#define CLIENT_MANIFEST_CLASS_CONSTANT(word, number) {.name = "_" #word, .value = (number)},
           CLIENT_MANIFEST_NATIVE_CONSTANTS(CLIENT_MANIFEST_CLASS_CONSTANT)
 #undef CLIENT_MANIFEST_CLASS_CONSTANT
       });

@@ -63,7 +63,7 @@ class Cleanup : public TreeVisitor {
  private:
   [[nodiscard]] virtual bool selects(PyObject* name, PyObject* path) const = 0;
 
-  const Root& root_;
+  Root root_;
   Reference preserved_;
   Reference removed_;
 };

@@ -13,7 +13,6 @@ using host::Kind;
 using host::Operation;
 using host::Pass;
 using host::Reference;
-using host::take;
 
 constexpr host::Signature kRenameSignature{
     .name = "rename",

@@ -12,7 +12,6 @@ using host::Arguments;
 using host::invoke;
 using host::Kind;
 using host::Operation;
-using host::Parameter;
 using host::Pass;
 using host::raise;
 using host::Reference;

@@ -13,7 +13,6 @@ namespace {
 using host::Arguments;
 using host::attribute;
 using host::invoke;
-using host::Keyword;
 using host::Operation;
 using host::Reference;
 using host::take;
@@ -27,19 +26,20 @@ struct Field {
   Reference type;
 };
 
+Reference array_of(const Reference& type, std::int64_t length) {
+  return take(PyNumber_Multiply(type.get(), host::integer(length).get()));
+}
+
 // The types that records and calls are declared with.
 class Types {
  public:
   Types(const Reference& ctypes, const Reference& wintypes)
-      : ctypes_(ctypes), wintypes_(wintypes) {}
+      : ctypes_(ctypes.get()), wintypes_(wintypes.get()) {}
 
-  [[nodiscard]] Reference win(const char* name) const { return attribute(wintypes_.get(), name); }
-  [[nodiscard]] Reference c(const char* name) const { return attribute(ctypes_.get(), name); }
+  [[nodiscard]] Reference win(const char* name) const { return attribute(wintypes_, name); }
+  [[nodiscard]] Reference c(const char* name) const { return attribute(ctypes_, name); }
   [[nodiscard]] Reference pointer_to(const Reference& type) const {
-    return invoke(ctypes_.get(), "POINTER", {type.get()});
-  }
-  [[nodiscard]] Reference array_of(const Reference& type, std::int64_t length) const {
-    return take(PyNumber_Multiply(type.get(), host::integer(length).get()));
+    return invoke(ctypes_, "POINTER", {type.get()});
   }
 
   // `class name(ctypes.Structure)` with these fields.
@@ -57,8 +57,8 @@ class Types {
   }
 
  private:
-  const Reference& ctypes_;
-  const Reference& wintypes_;
+  PyObject* ctypes_;
+  PyObject* wintypes_;
 };
 
 void require_windows() {
@@ -86,11 +86,10 @@ void declare_records(PyObject* self, const Types& types) {
       types.record("_IoStatusBlock",
                    {{"Status", types.c("c_ssize_t")}, {"Information", types.c("c_size_t")}}));
   set(self, "_FileIdInfo",
-      types.record(
-          "_FileIdInfo",
-          {{"VolumeSerialNumber", types.c("c_uint64")},
-           {"FileId", types.record("_FileId128",
-                                   {{"Identifier", types.array_of(types.c("c_ubyte"), 16)}})}}));
+      types.record("_FileIdInfo",
+                   {{"VolumeSerialNumber", types.c("c_uint64")},
+                    {"FileId", types.record("_FileId128",
+                                            {{"Identifier", array_of(types.c("c_ubyte"), 16)}})}}));
   set(self, "_ByHandleFileInformation",
       types.record("_ByHandleFileInformation", {{"dwFileAttributes", types.win("DWORD")},
                                                 {"ftCreationTime", types.win("FILETIME")},

@@ -4,8 +4,6 @@
 
 #include <cstdint>
 
-namespace client_manifest::windows {
-
 // In the order of the class body.
 #define CLIENT_MANIFEST_NATIVE_CONSTANTS(CONSTANT)   \
   CONSTANT(FILE_ATTRIBUTE_DIRECTORY, 0x10)           \
@@ -44,10 +42,10 @@ namespace client_manifest::windows {
   CONSTANT(STATUS_DELETE_PENDING, 0xC0000056)
 
 // In a scope and under names of their own: the system's headers define some of them as macros.
-namespace native {
+namespace client_manifest::windows::native {
+
 #define CLIENT_MANIFEST_NATIVE_CONSTANT(name, value) inline constexpr std::uint32_t k##name = value;
 CLIENT_MANIFEST_NATIVE_CONSTANTS(CLIENT_MANIFEST_NATIVE_CONSTANT)
 #undef CLIENT_MANIFEST_NATIVE_CONSTANT
-}  // namespace native
 
-}  // namespace client_manifest::windows
+}  // namespace client_manifest::windows::native

@@ -46,7 +46,7 @@ Reference open_regular_file_for_update(PyObject* self, const Arguments& argument
           const Reference identity = root.boundary().identity(opened.get());
           const Reference pending = root.get(names()._pending_update_identities);
           host::check(PyObject_SetItem(pending.get(), safe_path.get(), identity.get()));
-          return root.boundary().file_object(std::move(opened), "r+b");
+          return root.boundary().file_object(opened, "r+b");
         } catch (const Error& error) {
           if (!error.matches(PyExc_OSError)) throw;
           raise_from(error, PyExc_ValueError,
@@ -70,7 +70,7 @@ Reference open_regular_file_for_read(PyObject* self, const Arguments& arguments)
         try {
           opened = root.boundary().open_regular(parent.handle, parent.name.get(), {});
           root.require_safe_regular(opened, safe_path.get(), label);
-          return root.boundary().file_object(std::move(opened), "rb");
+          return root.boundary().file_object(opened, "rb");
         } catch (const Error& error) {
           if (!error.matches(PyExc_OSError) || error.matches(PyExc_FileNotFoundError)) throw;
           raise_from(error, PyExc_ValueError, label,

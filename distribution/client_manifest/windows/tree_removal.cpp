@@ -36,7 +36,7 @@ class Clearing final : public TreeVisitor {
     root_.assert_leaf_missing(path, kTargetLabel);
   }
 
-  const Root& root_;
+  Root root_;
 };
 
 constexpr const char* kLabel = "contained directory removal";

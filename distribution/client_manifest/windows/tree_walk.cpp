@@ -13,7 +13,7 @@ using host::Reference;
 
 class Walk {
  public:
-  Walk(const Root& root, TreeVisitor& visitor) : root_(root), visitor_(visitor) {}
+  Walk(const Root& root, TreeVisitor& visitor) : root_(root), visitor_(&visitor) {}
 
   void run(PyObject* directory, PyObject* prefix) {
     try {
@@ -37,7 +37,7 @@ class Walk {
 
   void descend(OwnedHandle entry, PyObject* directory, Reference path) {
     Reference walked = Reference::acquire(directory);
-    closed_on_failure(entry, [&] { visitor_.prove(walked.get(), path.get()); });
+    closed_on_failure(entry, [&] { visitor_->prove(walked.get(), path.get()); });
     const Reference names =
         closed_on_failure(entry, [&] { return root_.boundary().list_names(walked.get()); });
     levels_.push_back(
@@ -49,7 +49,7 @@ class Walk {
     const Reference name = here.names.next();
     if (!name) {
       ascend();
-    } else if (!visitor_.skips(name.get())) {
+    } else if (!visitor_->skips(name.get())) {
       handle(here, name);
     }
   }
@@ -61,10 +61,10 @@ class Walk {
         root_.boundary().open_entry(here.directory.get(), name.get(), /*deletes=*/true);
     const bool goes_on_below = closed_on_failure(entry, [&] {
       if (!root_.boundary().is_of_kind(entry.get(), "directory")) {
-        visitor_.visit(entry, name.get(), path.get());
+        visitor_->visit(entry, name.get(), path.get());
         return false;
       }
-      if (!visitor_.enters(path.get())) return false;
+      if (!visitor_->enters(path.get())) return false;
       root_.require_safe_directory(entry, path.get());
       return true;
     });
@@ -79,8 +79,8 @@ class Walk {
   // Goes back to the directory above.
   void ascend() {
     Level& done = levels_.back();
-    visitor_.prove(done.directory.get(), done.path.get());
-    if (done.entry) visitor_.leave(done.entry, done.path.get());
+    visitor_->prove(done.directory.get(), done.path.get());
+    if (done.entry) visitor_->leave(done.entry, done.path.get());
     done.entry.close();
     levels_.pop_back();
   }
@@ -98,8 +98,8 @@ class Walk {
     return failure;
   }
 
-  const Root& root_;
-  TreeVisitor& visitor_;
+  Root root_;
+  TreeVisitor* visitor_;
   std::vector<Level> levels_;
 };
 
