@@ -103,12 +103,12 @@ def _handing_on(base: Any, name: str) -> Callable[..., Any]:
     return operate
 
 
-def overriding_class() -> Any:
-    """A root class that overrides each method, so that no direct route is left to take."""
-    base = client_manifest.PinnedRoot
+def overriding_class(base: Any) -> Any:
+    """A root class that overrides each method of `base`, so that no direct route is left."""
     methods = [
         name
-        for name, value in vars(base).items()
+        for kind in base.__mro__[:-1]
+        for name, value in vars(kind).items()
         if callable(value) and not isinstance(value, staticmethod | classmethod)
     ]
     return type("Overriding", (base,), {name: _handing_on(base, name) for name in methods})
@@ -116,5 +116,5 @@ def overriding_class() -> Any:
 
 ROUTES: dict[str, Callable[[], Any]] = {
     "direct": lambda: client_manifest.PinnedRoot,
-    "overridden": overriding_class,
+    "overridden": lambda: overriding_class(client_manifest.PinnedRoot),
 }
