@@ -34,13 +34,12 @@ def serving(
     *batches: bytes | int, used: int | None = None, restarts: list[bool] | None = None
 ) -> Callable[..., int]:
     """A listing that answers with each batch, or status, in turn; then with no more files."""
-    waiting = list(batches)
+    waiting = [*batches, STATUS_NO_MORE_FILES]
 
     def perform(*arguments: Any) -> int:
         if restarts is not None:
             restarts.append(bool(plain(arguments[10])))
-        if not waiting:
-            return STATUS_NO_MORE_FILES
+        assert waiting, "a listing that goes on behind its end"
         answer = waiting.pop(0)
         if isinstance(answer, int):
             return answer

@@ -70,6 +70,16 @@ def looks_before_target(root: Any, boundary: Any, clean: Any) -> int:
     return int(names[: opened[1]].count("kind"))
 
 
+def test_the_result_is_in_the_order_of_text_and_not_of_the_listing(
+    root: Any, volume: Volume, clean: Any
+) -> None:
+    """The kernel lists without regard to case, and a directory's files before its neighbours."""
+    names = ("b.tmp", "B2.tmp", "Z.tmp", "a.tmp", "in/x.tmp", "in-side.tmp")
+    volume.plant({at(f"yard/{name}"): b"" for name in names})
+    expected = tuple(sorted(f"yard/{name}" for name in (*names, "one.tmp")))
+    assert clean(root) == expected
+
+
 def test_a_junction_on_the_way_is_refused_and_not_skipped(
     root: Any, volume: Volume, clean: Any
 ) -> None:

@@ -15,7 +15,7 @@ from windows.substitute import SubstituteBoundary
 from windows.volume import FILE_REPARSE, Volume
 
 DEPTH = 2_000
-PATH_DEPTH = 250
+PATH_DEPTH = 150
 # The proofs of each level walk from the root, so the unaided cost grows with the square.
 PROVEN_DEPTH = 40
 SMALL_STACK = 256 * 1024
