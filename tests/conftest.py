@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import gc
 from collections.abc import Iterator
 
 import pytest
@@ -15,6 +16,15 @@ settings.register_profile(
     suppress_health_check=[HealthCheck.too_slow, HealthCheck.function_scoped_fixture],
 )
 settings.load_profile("suite")
+
+
+def pytest_collection_finish() -> None:
+    """Keeps what was collected out of every later look of the garbage collector.
+
+    It stays to the end; going through it again in each test would take most of the time.
+    """
+    gc.collect()
+    gc.freeze()
 
 
 @pytest.fixture(autouse=True)

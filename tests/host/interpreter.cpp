@@ -4,6 +4,7 @@
 #include <string>
 
 #include "host/call.h"
+#include "host/context_manager.h"
 
 namespace client_manifest::native_tests {
 
@@ -68,6 +69,8 @@ bool start_interpreter() {
 int main(int count, char** arguments) {
   testing::InitGoogleTest(&count, arguments);
   if (!client_manifest::native_tests::start_interpreter()) return 2;
+  // As the load of the module makes them.
+  client_manifest::host::make_context_manager_names();
   const int failed = RUN_ALL_TESTS();
   return Py_FinalizeEx() == 0 ? failed : 2;
 }

@@ -15,6 +15,9 @@ from windows.kernel import KERNEL32, NTDLL, Machine
 from windows.native import machine, native
 from windows.volume import Volume
 
+# As a call of the platform returns it: signed.
+NO_MORE_FILES = 0x80000006 - (1 << 32)
+
 BOUNDARY: Any = client_manifest._WindowsHandleFileSystem
 
 OPERATIONS: dict[str, Callable[[Any, Any, Any], object]] = {
@@ -163,7 +166,7 @@ def test_a_platform_that_answers_nonsense_ends_in_an_answer_or_a_failure(
 )
 def test_a_listing_that_answers_nonsense_ends(answer: Any, isolated: Any) -> None:
     answers = iter([answer])
-    isolated._nt_query_directory_file = lambda *arguments: next(answers, 0x80000006)
+    isolated._nt_query_directory_file = lambda *arguments: next(answers, NO_MORE_FILES)
     attempt(isolated.list_names, 4)
 
 

@@ -4,7 +4,7 @@
 namespace client_manifest::host {
 
 Reference invoke(PyObject* object, const char* name, std::initializer_list<PyObject*> positional,
-                 std::initializer_list<Keyword> named) {
+                 std::span<const Keyword> named) {
   const Reference callable = attribute(object, name);
   const Reference arguments = take(PyTuple_New(static_cast<Py_ssize_t>(positional.size())));
   Py_ssize_t place = 0;

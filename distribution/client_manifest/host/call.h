@@ -4,6 +4,7 @@
 #include <array>
 #include <concepts>
 #include <initializer_list>
+#include <span>
 
 #include "host/error.h"
 
@@ -72,6 +73,11 @@ struct Keyword {
 // `object.name(*positional, **named)`, where it is called too seldom to prepare its names.
 [[nodiscard]] Reference invoke(PyObject* object, const char* name,
                                std::initializer_list<PyObject*> positional,
-                               std::initializer_list<Keyword> named = {});
+                               std::span<const Keyword> named = {});
+[[nodiscard]] inline Reference invoke(PyObject* object, const char* name,
+                                      std::initializer_list<PyObject*> positional,
+                                      std::initializer_list<Keyword> named) {
+  return invoke(object, name, positional, std::span(named.begin(), named.size()));
+}
 
 }  // namespace client_manifest::host

@@ -103,10 +103,14 @@ Reference write_atomic(PyObject* self, const Arguments& arguments) {
   };
 
   const auto clean_up = [&] {
-    opened.close();
-    if (staged && !published) discard(root, staged);
-    staged.close();
-    parent.handle.close();
+    host::guaranteed(
+        [&] {
+          opened.close();
+          if (staged && !published) discard(root, staged);
+        },
+        [&] {
+          close_all({&staged, &parent.handle});
+        });
   };
 
   host::guaranteed(

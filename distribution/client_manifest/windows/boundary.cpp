@@ -1,6 +1,8 @@
 // Each call with the keywords that say something, as the boundary's operations declare them.
 #include "windows/boundary.h"
 
+#include <vector>
+
 #include "host/message.h"
 #include "host/value.h"
 
@@ -10,12 +12,6 @@ using host::invoke;
 using host::Reference;
 
 Reference Boundary::object() const { return host::attribute(root_, names()._boundary); }
-
-OwnedHandle Boundary::owned(Reference handle) const {
-  // Nothing is held where nothing was given.
-  if (handle.get() == Py_None) return {};
-  return {root_, std::move(handle)};
-}
 
 OwnedHandle Boundary::open_volume(PyObject* volume_path) const {
   return owned(invoke(object().get(), "open_volume", {volume_path}));
@@ -38,21 +34,11 @@ OwnedHandle Boundary::open_directory_to_delete(const OwnedHandle& parent, PyObje
 
 OwnedHandle Boundary::open_regular(const OwnedHandle& parent, PyObject* name,
                                    const RegularAccess& access) const {
-  PyObject* const writable = access.writable ? Py_True : Py_False;
-  const Reference boundary = object();
-  if (access.exclusive) {
-    return owned(invoke(boundary.get(), "open_regular", {parent.get(), name},
-                        {{"writable", writable},
-                         {"create", access.create},
-                         {"exclusive", Py_True},
-                         {"delete", access.deletes ? Py_True : Py_False}}));
-  }
-  if (access.deletes) {
-    return owned(invoke(boundary.get(), "open_regular", {parent.get(), name},
-                        {{"writable", writable}, {"create", access.create}, {"delete", Py_True}}));
-  }
-  return owned(invoke(boundary.get(), "open_regular", {parent.get(), name},
-                      {{"writable", writable}, {"create", access.create}}));
+  std::vector<host::Keyword> named{{"writable", access.writable ? Py_True : Py_False},
+                                   {"create", access.create}};
+  if (access.exclusive) named.push_back({"exclusive", Py_True});
+  if (access.deletes) named.push_back({"delete", Py_True});
+  return owned(invoke(object().get(), "open_regular", {parent.get(), name}, named));
 }
 
 OwnedHandle Boundary::open_entry(PyObject* parent, PyObject* name, bool deletes) const {

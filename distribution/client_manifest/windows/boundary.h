@@ -20,9 +20,6 @@ class Boundary {
  public:
   explicit Boundary(PyObject* root) noexcept : root_(root) {}
 
-  // Takes a handle over; None is no handle.
-  [[nodiscard]] OwnedHandle owned(host::Reference handle) const;
-
   [[nodiscard]] OwnedHandle open_volume(PyObject* volume_path) const;
   [[nodiscard]] OwnedHandle duplicate(PyObject* handle) const;
   [[nodiscard]] OwnedHandle open_directory(const OwnedHandle& parent, PyObject* name,
@@ -48,6 +45,9 @@ class Boundary {
 
  private:
   [[nodiscard]] host::Reference object() const;
+  [[nodiscard]] OwnedHandle owned(host::Reference handle) const {
+    return {root_, std::move(handle)};
+  }
 
   PyObject* root_;
 };

@@ -28,12 +28,6 @@ Reference segments_of(const Reference& safe_path) {
   return take(PyList_AsTuple(segments.get()));
 }
 
-// Hands `handle` over to the attribute: the instance owns it from then on.
-void give(const Root& child, PyObject* attribute, OwnedHandle& handle) {
-  child.set(attribute, handle.get());
-  static_cast<void>(handle.release());
-}
-
 // What a child has in common with the root that makes it.
 void take_over(const Root& root, const Root& child) {
   for (PyObject* const attribute :
@@ -83,15 +77,20 @@ Reference open_contained_root(PyObject* self, const Arguments& arguments) {
         const Reference join = host::attribute(path.get(), names().joinpath);
         child.set(names().path, take(PyObject_CallObject(join.get(), segments.get())).get());
         take_over(root, child);
+        child.set(names()._anchor_handle, anchor_handle.get());
         child.set(names()._anchor_components, components.get());
         child.set(names()._contained_root_label, label);
         child.set(names()._pending_update_identities, take(PyDict_New()).get());
-        give(child, names()._anchor_handle, anchor_handle);
-        give(child, names()._descriptor, child_handle);
+        child.set(names()._descriptor, child_handle.get());
+        // Only now both are the child's.
+        static_cast<void>(anchor_handle.release());
+        static_cast<void>(child_handle.release());
         prove_child(child);
         return made;
       },
-      [&] { host::guaranteed([&] { child_handle.close(); }, [&] { anchor_handle.close(); }); });
+      [&] {
+        close_all({&child_handle, &anchor_handle});
+      });
 }
 
 }  // namespace

@@ -79,7 +79,7 @@ Reference list_names(PyObject* self, const Arguments& arguments) {
     const Reference information = host::attribute(status_block.get(), "Information");
     const std::uint64_t used = PyLong_AsUnsignedLongLong(information.get());
     if (PyErr_Occurred() != nullptr) throw host::Error::fetch();
-    const Reference raw = host::attribute(buffer.get(), "raw");
+    const Reference raw = take(PyBytes_FromObject(host::attribute(buffer.get(), "raw").get()));
     append_names(
         names,
         {PyBytes_AS_STRING(raw.get()), static_cast<std::size_t>(PyBytes_GET_SIZE(raw.get()))},

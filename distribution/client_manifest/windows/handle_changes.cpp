@@ -50,8 +50,9 @@ Reference rename(PyObject* self, const Arguments& arguments) {
                                                      keywords().replace_pointer_size, arguments[1],
                                                      encoded_name, arguments[3], pointer_size);
   const Reference buffer = native.buffer_of(payload.get());
-  set_information(native, arguments[0], buffer, native.size_of(buffer),
-                  native::kFILE_RENAME_INFORMATION_CLASS, destination_name);
+  const Reference size = native.size_of(buffer);
+  set_information(native, arguments[0], buffer, size, native::kFILE_RENAME_INFORMATION_CLASS,
+                  destination_name);
   return Reference::acquire(Py_None);
 }
 
@@ -66,8 +67,9 @@ Reference delete_(PyObject* self, const Arguments& arguments) {
   const NativeInterface native = native_of(self);
   const Reference one = number(1);
   const Reference flag = invoke(native.ctypes().get(), "c_ubyte", {one.get()});
-  set_information(native, arguments[0], native.address_of(flag), native.size_of(flag),
-                  native::kFILE_DISPOSITION_INFORMATION_CLASS,
+  const Reference address = native.address_of(flag);
+  const Reference size = native.size_of(flag);
+  set_information(native, arguments[0], address, size, native::kFILE_DISPOSITION_INFORMATION_CLASS,
                   host::text("delete by handle").get());
   return Reference::acquire(Py_None);
 }

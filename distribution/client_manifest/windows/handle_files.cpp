@@ -21,15 +21,16 @@ Reference host_os() { return global(names().os); }
 
 Reference open_flags(const char* access) {
   const Reference os = host_os();
-  return take(
-      PyNumber_Or(attribute(os.get(), access).get(), attribute(os.get(), "O_BINARY").get()));
+  const Reference binary = attribute(os.get(), "O_BINARY");
+  return take(PyNumber_Or(binary.get(), attribute(os.get(), access).get()));
 }
 
 // The descriptor that owns `handle` from then on; where there is none, the handle has been closed.
-Reference descriptor_of(PyObject* self, PyObject* handle, const Reference& flags) {
+template <class Flags>
+Reference descriptor_of(PyObject* self, PyObject* handle, Flags&& flags) {
   try {
     const Reference msvcrt = take(PyImport_ImportModule("msvcrt"));
-    return invoke(msvcrt.get(), "open_osfhandle", {handle, flags.get()});
+    return invoke(msvcrt.get(), "open_osfhandle", {handle, flags().get()});
   } catch (const Error& error) {
     if (!error.matches(PyExc_Exception)) throw;
     const host::Handling handling(error);
@@ -50,7 +51,8 @@ constexpr host::Signature kStatSignature{
 
 Reference stat(PyObject* self, const Arguments& arguments) {
   const Reference duplicated = invoke(self, "duplicate", {arguments[0]});
-  const Reference descriptor = descriptor_of(self, duplicated.get(), open_flags("O_RDONLY"));
+  const Reference descriptor =
+      descriptor_of(self, duplicated.get(), [] { return open_flags("O_RDONLY"); });
   return host::guaranteed([&] { return invoke(host_os().get(), "fstat", {descriptor.get()}); },
                           [&] { close_descriptor(descriptor); });
 }
@@ -63,9 +65,10 @@ constexpr host::Signature kFileObjectSignature{
 
 Reference file_object(PyObject* self, const Arguments& arguments) {
   PyObject* const mode = arguments[1];
-  const bool updates = host::contains(mode, host::text("+").get());
-  const Reference descriptor =
-      descriptor_of(self, arguments[0], open_flags(updates ? "O_RDWR" : "O_RDONLY"));
+  const auto flags = [&] {
+    return open_flags(host::contains(mode, host::text("+").get()) ? "O_RDWR" : "O_RDONLY");
+  };
+  const Reference descriptor = descriptor_of(self, arguments[0], flags);
   try {
     return invoke(host_os().get(), "fdopen", {descriptor.get(), mode});
   } catch (const Error& error) {

@@ -37,15 +37,16 @@ constexpr host::Signature kVolumeSignature{
 
 Reference open_volume(PyObject* self, const Arguments& arguments) {
   const NativeInterface native = native_of(self);
+  // Before the call: once there is a handle, nothing may come between it and the caller.
+  const Reference minus_one = host::integer(std::int64_t{-1});
+  const Reference all_ones =
+      host::attribute(invoke(native.ctypes().get(), "c_void_p", {minus_one.get()}).get(), "value");
   const Reference handle = native.call(
       "_create_file",
       {arguments[0], number(kDirectoryAccess).get(), host::attribute(self, "_share_access").get(),
        Py_None, number(native::kOPEN_EXISTING).get(),
        number(native::kFILE_FLAG_BACKUP_SEMANTICS | native::kFILE_FLAG_OPEN_REPARSE_POINT).get(),
        Py_None});
-  const Reference minus_one = host::integer(std::int64_t{-1});
-  const Reference all_ones =
-      host::attribute(invoke(native.ctypes().get(), "c_void_p", {minus_one.get()}).get(), "value");
   if (host::equal(value_or_self(handle.get()).get(), all_ones.get())) native.raise_last_error();
   return native.handle_value(handle.get());
 }

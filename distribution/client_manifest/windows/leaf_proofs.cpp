@@ -83,7 +83,9 @@ Reference assert_path_matches_regular_file(PyObject* self, const Arguments& argu
           raise(PyExc_ValueError, label, " path identity changed while open: ", relative_path);
         }
       },
-      [&] { host::guaranteed([&] { opened.close(); }, [&] { parent.handle.close(); }); });
+      [&] {
+        close_all({&opened, &parent.handle});
+      });
   return Reference::acquire(Py_None);
 }
 
@@ -158,7 +160,9 @@ Reference assert_directory_path_matches(PyObject* self, const Arguments& argumen
           raise_from(error, PyExc_ValueError, label, changed, shown);
         }
       },
-      [&] { host::guaranteed([&] { current.close(); }, [&] { parent.handle.close(); }); });
+      [&] {
+        close_all({&current, &parent.handle});
+      });
   return Reference::acquire(Py_None);
 }
 
@@ -196,7 +200,9 @@ Reference assert_leaf_missing(PyObject* self, const Arguments& arguments) {
                      " parent or ancestor changed during delete: ", relative_path);
         }
       },
-      [&] { host::guaranteed([&] { entry.close(); }, [&] { parent.handle.close(); }); });
+      [&] {
+        close_all({&entry, &parent.handle});
+      });
   return Reference::acquire(Py_None);
 }
 

@@ -46,7 +46,9 @@ Reference NativeInterface::zeroed_buffer(std::uint32_t size) const {
 }
 
 Reference NativeInterface::buffer_of(PyObject* bytes) const {
-  const Reference size = take(PyLong_FromSsize_t(PyBytes_GET_SIZE(bytes)));
+  const Py_ssize_t length = PyObject_Size(bytes);
+  if (length < 0) throw host::Error::fetch();
+  const Reference size = take(PyLong_FromSsize_t(length));
   return invoke(ctypes().get(), "create_string_buffer", {bytes, size.get()});
 }
 

@@ -20,9 +20,10 @@ using host::Reference;
 template <class Open>
 Reference opened_beneath(Parent parent, Open&& open) {
   OwnedHandle opened;
-  return host::guaranteed(
-      [&] { return open(parent, opened); },
-      [&] { host::guaranteed([&] { opened.close(); }, [&] { parent.handle.close(); }); });
+  return host::guaranteed([&] { return open(parent, opened); },
+                          [&] {
+                            close_all({&opened, &parent.handle});
+                          });
 }
 
 constexpr host::Signature kUpdateSignature{

@@ -1,6 +1,8 @@
 // A handle goes back to the boundary that its root has then.
 #include "windows/owned_handle.h"
 
+#include <optional>
+
 namespace client_manifest::windows {
 
 using host::Reference;
@@ -23,10 +25,25 @@ OwnedHandle::~OwnedHandle() {
   if (!handle_ || host::is_given_up()) return;
   try {
     close();
+  } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): closed in silence
   } catch (...) {
-    // The failure that is on its way counts.
-    static_cast<void>(handle_);
+    // Nothing of ours throws anything else: the host is ending this thread.
+    host::park_thread();
   }
+}
+
+void close_all(std::initializer_list<OwnedHandle*> handles) {
+  std::optional<host::Error> failure;
+  for (OwnedHandle* const handle : handles) {
+    try {
+      std::optional<host::Handling> handling;
+      if (failure) handling.emplace(*failure);
+      handle->close();
+    } catch (host::Error& later) {
+      failure.emplace(std::move(later));
+    }
+  }
+  if (failure) throw host::Error(std::move(*failure));
 }
 
 }  // namespace client_manifest::windows

@@ -69,7 +69,9 @@ Reference init(PyObject* self, const Arguments& arguments) {
   root.set(names()._anchor_components, take(PyTuple_New(0)).get());
   root.set(names()._contained_root_label, Py_None);
   root.set(names()._pending_update_identities, take(PyDict_New()).get());
-  root.set(names()._descriptor, root.open_absolute_directory(path.get(), create).release().get());
+  OwnedHandle pinned = root.open_absolute_directory(path.get(), create);
+  root.set(names()._descriptor, pinned.get());
+  static_cast<void>(pinned.release());
   record_identity(root);
   return Reference::acquire(Py_None);
 }
@@ -82,11 +84,14 @@ Reference close(PyObject* self, const Arguments& /*arguments*/) {
   const Root root(self);
   const Reference descriptor = root.get(names()._descriptor);
   const Reference anchor_handle = root.get(names()._anchor_handle);
+  if (descriptor.get() == Py_None && anchor_handle.get() == Py_None) {
+    return Reference::acquire(Py_None);
+  }
   root.set(names()._descriptor, Py_None);
   root.set(names()._anchor_handle, Py_None);
-  OwnedHandle pinned = root.boundary().owned(Reference::acquire(descriptor.get()));
-  OwnedHandle anchor = root.boundary().owned(Reference::acquire(anchor_handle.get()));
-  host::guaranteed([&] { pinned.close(); }, [&] { anchor.close(); });
+  OwnedHandle pinned(self, Reference::acquire(descriptor.get()));
+  OwnedHandle anchor(self, Reference::acquire(anchor_handle.get()));
+  close_all({&pinned, &anchor});
   return Reference::acquire(Py_None);
 }
 

@@ -122,8 +122,8 @@ Reference rename_bytes(PyObject* /*module*/, const Arguments& arguments) {
   const bool replace = host::is_true(arguments[2]);
   const Reference flag = host::integer(std::int64_t{replace ? 1 : 0});
   host::check(PySequence_SetItem(buffer.get(), 0, flag.get()));
-  put(buffer, layout, "root_directory_offset",
-      little_endian(destination_parent, pointer_size).get(), exact(pointer_size));
+  const Reference handle = little_endian(destination_parent, pointer_size);
+  put(buffer, layout, "root_directory_offset", handle.get(), exact(pointer_size));
   put(buffer, layout, "file_name_length_offset",
       little_endian(name_length.get(), host::integer(kUlongSize).get()).get(), kUlongSize);
   put(buffer, layout, "file_name_offset", encoded_name, exact(name_length.get()));

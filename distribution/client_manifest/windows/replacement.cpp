@@ -88,10 +88,9 @@ void transfer(const Place& from, const Place& to, const Twin& twin) {
                     Py_True);
     prove_parents();
 
-    leaf = to.root.boundary().open_regular(destination_parent.handle, destination_parent.name.get(),
-                                           {});
-    to.root.require_safe_regular(leaf, destination.get(), twin.published_label);
-    if (host::differ(to.root.boundary().identity(leaf.get()).get(), source_identity.get())) {
+    leaf = boundary.open_regular(destination_parent.handle, destination_parent.name.get(), {});
+    from.root.require_safe_regular(leaf, destination.get(), twin.published_label);
+    if (host::differ(boundary.identity(leaf.get()).get(), source_identity.get())) {
       boundary.delete_object(source_handle);
       raise(PyExc_ValueError, twin.changed, source);
     }
@@ -101,10 +100,7 @@ void transfer(const Place& from, const Place& to, const Twin& twin) {
   };
 
   const auto clean_up = [&] {
-    leaf.close();
-    source_handle.close();
-    destination_parent.handle.close();
-    source_parent.handle.close();
+    close_all({&leaf, &source_handle, &destination_parent.handle, &source_parent.handle});
   };
   host::guaranteed(carry, clean_up);
 }

@@ -38,10 +38,9 @@ class Walk {
   void descend(OwnedHandle entry, PyObject* directory, Reference path) {
     Reference walked = Reference::acquire(directory);
     closed_on_failure(entry, [&] { visitor_->prove(walked.get(), path.get()); });
-    const Reference names =
-        closed_on_failure(entry, [&] { return root_.boundary().list_names(walked.get()); });
-    levels_.push_back(
-        {std::move(entry), std::move(walked), std::move(path), host::Iteration(names.get())});
+    host::Iteration names = closed_on_failure(
+        entry, [&] { return host::Iteration(root_.boundary().list_names(walked.get()).get()); });
+    levels_.push_back({std::move(entry), std::move(walked), std::move(path), std::move(names)});
   }
 
   void step() {
