@@ -14,7 +14,6 @@ using host::Arguments;
 using host::Operation;
 using host::Pass;
 using host::Reference;
-using system::FileStat;
 
 constexpr host::Signature kSignature{
     .name = "remove_regular_file",
