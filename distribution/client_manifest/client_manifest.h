@@ -72,7 +72,6 @@ inline constexpr const char* kModuleName = "brindlefen.distribution.client_manif
   NAME(ctime_ns)                                    \
   NAME(device)                                      \
   NAME(inode)                                       \
-  NAME(st_mode)                                     \
   NAME(st_size)                                     \
   NAME(st_dev)                                      \
   NAME(st_ino)                                      \
